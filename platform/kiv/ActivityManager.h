@@ -1,0 +1,89 @@
+// The one-thread event loop ("activity manager"): timers and file
+// descriptors, read on one clock. Everything of the agent and the plug-in
+// runs on the thread that runs the loop; nothing here locks.
+//
+// Kiv::activityManager() is the loop in force for the process (the agent or a
+// test installs one with activityManagerIs); Kiv::now() reads its clock.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+
+#include "platform/kiv/Clock.h"
+#include "platform/kiv/Ptr.h"
+
+namespace Kiv {
+
+class ActivityManager : public PtrInterface {
+ public:
+  using TimerId = std::uint64_t;
+  using Callback = std::function<void()>;
+
+  explicit ActivityManager(Ptr<const Clock> clock);
+
+  Ptr<const Clock> clock() const { return clock_; }
+  double now() const { return clock_->now(); }
+
+  // One-shot timer at clock time `when`; timers due together fire in the
+  // order they were set.
+  TimerId timerIs(double when, Callback cb);
+  void timerDel(TimerId id);
+  std::size_t timerCount() const { return timers_.size(); }
+  // The earliest timer's time, or +infinity.
+  double nextTimerTime() const;
+
+  // Calls cb whenever fd is readable.
+  void fdIs(int fd, Callback cb);
+  void fdDel(int fd);
+
+  // Runs cb on a later turn of the loop, never inside the caller.
+  void post(Callback cb);
+
+  // Runs all work that is ready now (posted work, timers due on the clock,
+  // readable descriptors) until none is left; never waits. Returns how many
+  // callbacks ran.
+  std::size_t runUntilIdle();
+  // Waits for a descriptor or the next timer, at most maxWait seconds, then
+  // runs what is ready. For the real clock.
+  void runOnce(double maxWait);
+  // Runs until stop().
+  void run();
+  void stop() { stopped_ = true; }
+  bool stopped() const { return stopped_; }
+  // No posted work and no timer set.
+  bool idle() const { return posted_.empty() && timers_.empty(); }
+
+ private:
+  std::size_t runReady(int pollMs);
+
+  Ptr<const Clock> clock_;
+  std::multimap<std::pair<double, TimerId>, Callback> timers_;
+  std::map<TimerId, double> timerWhen_;
+  std::map<int, Callback> fds_;
+  std::deque<Callback> posted_;
+  TimerId nextTimer_ = 1;
+  bool stopped_ = false;
+};
+
+Ptr<ActivityManager> activityManager();
+void activityManagerIs(Ptr<ActivityManager> am);
+double now();
+
+}  // namespace Kiv
+
+namespace Kiv {
+
+// Which loop an activity (a timer wheel, say) runs on; null, or a null
+// manager inside, means the loop in force.
+class ActivityConfig : public PtrInterface {
+ public:
+  explicit ActivityConfig(Ptr<ActivityManager> am = nullptr) : am_(std::move(am)) {}
+  Ptr<ActivityManager> activityManager() const { return am_ ? am_ : Kiv::activityManager(); }
+
+ private:
+  Ptr<ActivityManager> am_;
+};
+
+}  // namespace Kiv
