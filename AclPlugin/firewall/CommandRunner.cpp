@@ -1,0 +1,37 @@
+#include "AclPlugin/firewall/CommandRunner.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "AclPlugin/diagnostics/Raise.h"
+#include "AclPlugin/diagnostics/Trace.h"
+#include "platform/dravo/SocketAt.h"
+
+namespace Routing::Fhrp {
+
+int runBashCmd(const char* command) {
+  FHRP_TRACE(6, command);
+  return ::system(command);
+}
+
+Kiv::String8 namespacePrefix(const Dravo::NamespaceName& ns) {
+  if (ns == Dravo::DEFAULT_NS) return Kiv::String8();
+  if (ns.empty()) return Kiv::String8();
+  return "ip netns exec " + ns.stringValue() + " ";
+}
+
+void doLogMessageIfNamespaceExists(Dravo::NamespaceName ns, const char* table, const char* action,
+                                   Kiv::LogHandle& log, Dravo::IpGenAddr addr,
+                                   Kiv::String8 devName) {
+  // A raw routing-netlink socket opens only in a namespace that still exists.
+  const int probe = Dravo::socketAt(16, 3, 0, ns);
+  if (probe != -1) {
+    FHRP_TRACE(0, "Failed to " << action << " " << table << " rule for virtual IP " << addr
+                               << " on interface " << devName);
+    raiseLog(log, action, addr, devName);
+  }
+  ::close(probe);
+}
+
+}  // namespace Routing::Fhrp

@@ -1,0 +1,31 @@
+// The common ground of every host firewall command: the one runner, the
+// namespace prefix that places a command into a VRF's namespace, and the
+// one report of a failed rule command.
+//
+// Called only on the agent's event-loop thread; a command blocks it while
+// it runs. Nothing here throws.
+#pragma once
+
+#include "platform/dravo/IpGenAddr.h"
+#include "platform/dravo/NamespaceName.h"
+#include "platform/kiv/Log.h"
+#include "platform/kiv/String8.h"
+
+namespace Routing::Fhrp {
+
+// Traces the command at level 6 and hands it to system() unchanged (never
+// quoted, never retried). Returns system()'s result as it is: 0 is success,
+// anything else (exit status, signal, -1) is failure.
+int runBashCmd(const char* command);
+
+// "" for DEFAULT_NS and for the empty name, else "ip netns exec <ns> ".
+Kiv::String8 namespacePrefix(const Dravo::NamespaceName& ns);
+
+// Reports one failed rule command: a level-0 trace and a raise of `log`
+// with (action, addr, devName). Silent when `ns` cannot be opened any more:
+// a rule command fails routinely once its VRF's namespace is gone.
+void doLogMessageIfNamespaceExists(Dravo::NamespaceName ns, const char* table, const char* action,
+                                   Kiv::LogHandle& log, Dravo::IpGenAddr addr,
+                                   Kiv::String8 devName);
+
+}  // namespace Routing::Fhrp
