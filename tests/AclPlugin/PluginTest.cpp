@@ -1,0 +1,176 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "AclPlugin/VirtualIpArpTablesPlugin.h"
+#include "tests/support/Capture.h"
+#include "tests/support/FakeSystem.h"
+#include "tests/support/ManualLoop.h"
+
+namespace Routing::Fhrp {
+namespace {
+
+using ::testing::ElementsAre;
+
+struct PluginObserver : VirtualIpArpTablesPlugin::NotifieeConst {
+  int sms = 0;
+  int contexts = 0;
+  bool throwing = false;
+  void onVirtualIpArpTablesSm() override {
+    ++sms;
+    if (throwing) throw std::runtime_error("observer failed");
+  }
+  void onContext() override {
+    ++contexts;
+    if (throwing) throw std::runtime_error("observer failed");
+  }
+  void handleNotificationException(Kiv::AttrId, std::exception_ptr) override {}
+};
+
+class PluginTest : public ::testing::Test {
+ protected:
+  PluginTest() {
+    FakeSystem::reset();
+    em->entityIs("routing/fhrp/virtualIpStatus", vip);
+    em->entityIs("routing6/fhrp/virtualIpStatus", vip6);
+    em->entityIs("routing/fhrp/vrMacStatus", vrMac);
+    em->entityIs("interface/status/all", allIntf);
+    em->entityIs(Cell::path("ip/vrf/status/local", 0), allVrf);
+  }
+  Kiv::Ptr<VirtualIpArpTablesPlugin> initPlugin() {
+    Kiv::Ptr<VirtualIpArpTablesPlugin> p =
+        virtualIpArpTablesPluginFactory("VirtualIpArpTablesPlugin");
+    p->init(context);
+    return p;
+  }
+
+  ManualLoop loop;
+  Kiv::Ptr<Mirel::EntityManager> em = new Mirel::EntityManager();
+  Kiv::Ptr<Acl::PluginContext> context = new Acl::PluginContext(em);
+  Kiv::Ptr<VirtualIpStatus> vip = new VirtualIpStatus();
+  Kiv::Ptr<VirtualIp6Status> vip6 = new VirtualIp6Status();
+  Kiv::Ptr<VirtualRouterMacStatus> vrMac = new VirtualRouterMacStatus();
+  Kiv::Ptr<Interface::AllIntfStatusDir> allIntf = new Interface::AllIntfStatusDir();
+  Kiv::Ptr<Ip::AllVrfStatusLocal> allVrf = new Ip::AllVrfStatusLocal();
+};
+
+TEST_F(PluginTest, LoaderRegistersAtLoadTimeAndInitRunsTheWholeRoad) {
+  // Registered by the module's static loader.
+  const auto& regs = Plugin::Impl::LoaderImpl::registrations();
+  auto reg = std::find_if(regs.begin(), regs.end(), [](const auto& r) {
+    return r.pluginName == "VirtualIpArpTablesPluginLoader";
+  });
+  ASSERT_NE(reg, regs.end());
+  EXPECT_EQ(reg->loaderName, "Acl::DefaultPluginLoader");
+  EXPECT_EQ(reg->initCaller, virtualIpArpTablesPluginLoader().initCaller());
+  EXPECT_FALSE(virtualIpArpTablesPluginLoader().plugin());
+
+  TraceCapture traces("VirtualIpArpMangleSm/0");
+  Acl::DefaultPluginLoader().doInit(context.ptr());
+  Kiv::Ptr<VirtualIpArpTablesPlugin> plugin = virtualIpArpTablesPluginLoader().plugin();
+  ASSERT_TRUE(plugin);
+  EXPECT_EQ(plugin->name(), "VirtualIpArpTablesPlugin");
+  EXPECT_EQ(plugin->context(), context);
+  // Mounts complete later, on the loop, never inside init.
+  EXPECT_FALSE(plugin->virtualIpArpTablesSm());
+  EXPECT_TRUE(FakeSystem::commands().empty());
+  loop.runUntilIdle();
+  ASSERT_TRUE(plugin->virtualIpArpTablesSm());
+  EXPECT_TRUE(plugin->virtualIpArpTablesSm()->hasNotificationActive());
+  EXPECT_EQ(plugin->virtualIpArpTablesSm()->virtualIpStatus(), vip);
+  EXPECT_EQ(plugin->virtualIpArpTablesSm()->allVrfStatusLocal(), allVrf);
+  EXPECT_EQ(FakeSystem::commands().size(), 3u);
+  EXPECT_THAT(traces.at(0),
+              ElementsAre("virtual void Routing::Fhrp::VirtualIpArpTablesPluginLoader::init("
+                          "Acl::PluginContext*)Fhrp Acl Plugin called",
+                          "init", "doMountsComplete"));
+
+  // Five read-only mounts in order; only the fifth is a cell path.
+  std::vector<std::string> mounts;
+  for (const Mirel::MountRequest& m : em->mountLog())
+    mounts.push_back(m.path.stdString() + " " + m.typeName.stdString() + " " + m.mode.stdString());
+  EXPECT_THAT(mounts,
+              ElementsAre("routing/fhrp/virtualIpStatus Routing::Fhrp::VirtualIpStatus r",
+                          "routing6/fhrp/virtualIpStatus Routing::Fhrp::VirtualIp6Status r",
+                          "routing/fhrp/vrMacStatus Routing::Fhrp::VirtualRouterMacStatus r",
+                          "interface/status/all Interface::AllIntfStatusDir r",
+                          "cell/0/ip/vrf/status/local Ip::AllVrfStatusLocal r"));
+}
+
+TEST_F(PluginTest, FailedMountsStillMakeAStateMachineWithNullInputs) {
+  em->entityDel("routing/fhrp/vrMacStatus");
+  em->entityIs("routing6/fhrp/virtualIpStatus", new VirtualIpStatus());  // wrong type
+  em->entityDel("ip/vrf/status/local");
+  Kiv::Ptr<VirtualIpArpTablesPlugin> plugin = initPlugin();
+  loop.runUntilIdle();
+  Kiv::Ptr<VirtualIpArpTablesSm> sm = plugin->virtualIpArpTablesSm();
+  ASSERT_TRUE(sm);
+  EXPECT_EQ(sm->virtualIpStatus(), vip);
+  EXPECT_FALSE(sm->virtualIp6Status());
+  EXPECT_FALSE(sm->virtualRouterMacStatus());
+  EXPECT_EQ(sm->allIntfStatusDir(), allIntf);
+  EXPECT_EQ(sm->allVrfStatusLocal(), allVrf);  // found at its cell path
+}
+
+TEST_F(PluginTest, SameInputsKeepTheStateMachineAnotherInputReplacesIt) {
+  Kiv::Ptr<VirtualIpArpTablesPlugin> plugin = initPlugin();
+  PluginObserver observer;
+  observer.notifierIs(plugin);
+  loop.runUntilIdle();
+  Kiv::Ptr<VirtualIpArpTablesSm> first = plugin->virtualIpArpTablesSm();
+  ASSERT_TRUE(first);
+  EXPECT_EQ(observer.sms, 1);
+  FakeSystem::reset();
+
+  plugin->doMountsComplete(Mirel::MountStatus{Mirel::MountStatus::failed, "x"}, em);
+  EXPECT_EQ(plugin->virtualIpArpTablesSm(), first);
+  EXPECT_EQ(observer.sms, 1);
+  EXPECT_TRUE(FakeSystem::commands().empty());
+
+  Kiv::Ptr<Ip::AllVrfStatusLocal> newVrfs = new Ip::AllVrfStatusLocal();
+  em->entityIs(Cell::path("ip/vrf/status/local", 0), newVrfs);
+  plugin->doMountsComplete(Mirel::MountStatus{}, em);
+  Kiv::Ptr<VirtualIpArpTablesSm> second = plugin->virtualIpArpTablesSm();
+  EXPECT_NE(second, first);
+  EXPECT_EQ(second->allVrfStatusLocal(), newVrfs);
+  EXPECT_EQ(observer.sms, 2);
+  EXPECT_EQ(FakeSystem::commands().size(), 3u);  // the new one flushes from scratch
+  // Only this test holds the old one now.
+  EXPECT_EQ(first->references(), 1u);
+  first = nullptr;
+  EXPECT_EQ(allVrf->notifieeCount(), 0u);
+  EXPECT_EQ(newVrfs->notifieeCount(), 1u);
+
+  // Deleting turns notifications off and notifies.
+  Kiv::Ptr<VirtualIpArpTablesSm> old = plugin->virtualIpArpTablesSmDel();
+  EXPECT_EQ(old, second);
+  EXPECT_FALSE(old->hasNotificationActive());
+  EXPECT_FALSE(plugin->virtualIpArpTablesSm());
+  EXPECT_EQ(observer.sms, 3);
+  EXPECT_FALSE(plugin->virtualIpArpTablesSmDel());
+  EXPECT_EQ(observer.sms, 3);
+  observer.notifierIs(nullptr);
+}
+
+TEST_F(PluginTest, ContextNotifiesOnlyOnChangeAndSurvivesThrowingObservers) {
+  Kiv::Ptr<VirtualIpArpTablesPlugin> plugin =
+      virtualIpArpTablesPluginFactory("VirtualIpArpTablesPlugin");
+  PluginObserver thrower, counter;
+  thrower.throwing = true;
+  thrower.notifierIs(plugin);
+  counter.notifierIs(plugin);
+  plugin->contextIs(context);
+  EXPECT_EQ(counter.contexts, 1);
+  EXPECT_EQ(thrower.contexts, 1);
+  plugin->contextIs(context);
+  EXPECT_EQ(counter.contexts, 1);
+  plugin->contextIs(new Acl::PluginContext(em));
+  EXPECT_EQ(counter.contexts, 2);
+  EXPECT_EQ(plugin->attributeString(258), "virtualIpArpTablesSm");
+  EXPECT_EQ(plugin->attributeString(259), "context");
+  EXPECT_EQ(plugin->attributeString(7), "unknown");
+  thrower.notifierIs(nullptr);
+  counter.notifierIs(nullptr);
+}
+
+}  // namespace
+}  // namespace Routing::Fhrp
