@@ -7,8 +7,8 @@ namespace Routing::Fhrp {
 
 namespace {
 // Made at load time with the framework's set-up; the plug-in writes nothing through it.
-__attribute__((init_priority(FHRP_INIT_TRACE_HANDLES))) Kiv::TraceHandle rootPathBaseTrace(
-    "RootPathBase::Kiv", false);
+__attribute__((init_priority(FHRP_INIT_TRACE_HANDLES)))
+Kiv::TraceHandle rootPathBaseTrace("RootPathBase::Kiv", false);
 }  // namespace
 
 // Severity 4 (warning); no time-based suppression (minimum interval 0.0),

@@ -13,14 +13,20 @@
 
 namespace Routing::Fhrp {
 
-inline Kiv::String8 logArgText(const char* s) { return Kiv::String8(s); }
-inline Kiv::String8 logArgText(const Kiv::String8& s) { return s; }
+inline Kiv::String8 logArgText(const char* s) {
+  return Kiv::String8(s);
+}
+inline Kiv::String8 logArgText(const Kiv::String8& s) {
+  return s;
+}
 template <std::integral T>
 Kiv::String8 logArgText(T v) {
   return Kiv::String8(std::to_string(v));
 }
 template <class T>
-  requires requires(const T& t) { t.stringValue(); }
+requires requires(const T& t) {
+  t.stringValue();
+}
 Kiv::String8 logArgText(const T& v) {
   return Kiv::String8(v.stringValue());
 }

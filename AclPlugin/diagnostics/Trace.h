@@ -15,6 +15,6 @@ const Kiv::TraceHandle& virtualIpArpMangleSmTrace();
 
 // FHRP_TRACE(level, text << pieces): builds the text only when the level is
 // live or coverage is collected; the record names the enclosing function.
-#define FHRP_TRACE(level, expr)                                                         \
-  KIV_TRACE_AT(::Routing::Fhrp::virtualIpArpMangleSmTrace(), level,                     \
+#define FHRP_TRACE(level, expr)                                     \
+  KIV_TRACE_AT(::Routing::Fhrp::virtualIpArpMangleSmTrace(), level, \
                "AclPlugin/VirtualIpArpTablesPlugin", __func__, expr)

@@ -18,10 +18,13 @@ void LoaderImpl::registerPlugin(const std::string& loaderName, const std::string
 }
 
 void LoaderImpl::unregisterPlugin(const void* initCaller) {
-  std::erase_if(registry(), [initCaller](const Registration& r) { return r.initCaller == initCaller; });
+  std::erase_if(registry(),
+                [initCaller](const Registration& r) { return r.initCaller == initCaller; });
 }
 
-const std::vector<LoaderImpl::Registration>& LoaderImpl::registrations() { return registry(); }
+const std::vector<LoaderImpl::Registration>& LoaderImpl::registrations() {
+  return registry();
+}
 
 }  // namespace Plugin::Impl
 
@@ -37,7 +40,9 @@ PluginLoader& DefaultPluginLoader() {
   return *loader;
 }
 
-void PluginBaseInitCaller::init(PluginContext* context) { plugin_->init(context); }
+void PluginBaseInitCaller::init(PluginContext* context) {
+  plugin_->init(context);
+}
 
 PluginBase::~PluginBase() {
   DefaultPluginLoader().initCallerDel(&initCaller_);

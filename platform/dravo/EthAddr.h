@@ -30,6 +30,8 @@ class EthAddr {
   Bytes bytes_{};
 };
 
-inline std::ostream& operator<<(std::ostream& os, const EthAddr& e) { return os << e.stringValue(); }
+inline std::ostream& operator<<(std::ostream& os, const EthAddr& e) {
+  return os << e.stringValue();
+}
 
 }  // namespace Dravo

@@ -23,7 +23,11 @@ class IntfId {
   Kiv::String8 name_;
 };
 
-inline std::ostream& operator<<(std::ostream& os, const IntfId& i) { return os << i.stringValue(); }
-inline std::uint32_t kivHash(const IntfId& i) { return Kiv::bitReverse(i.hash()); }
+inline std::ostream& operator<<(std::ostream& os, const IntfId& i) {
+  return os << i.stringValue();
+}
+inline std::uint32_t kivHash(const IntfId& i) {
+  return Kiv::bitReverse(i.hash());
+}
 
 }  // namespace Dravo

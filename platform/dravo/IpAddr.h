@@ -49,9 +49,17 @@ class Ip6Addr {
 bool parseIpv4(std::string_view text, std::uint32_t& out);
 bool parseIpv6(std::string_view text, Ip6Addr::Bytes& out);
 
-inline std::ostream& operator<<(std::ostream& os, const IpAddr& a) { return os << a.stringValue(); }
-inline std::ostream& operator<<(std::ostream& os, const Ip6Addr& a) { return os << a.stringValue(); }
-inline std::uint32_t kivHash(const IpAddr& a) { return Kiv::bitReverse(a.hash()); }
-inline std::uint32_t kivHash(const Ip6Addr& a) { return Kiv::bitReverse(a.hash()); }
+inline std::ostream& operator<<(std::ostream& os, const IpAddr& a) {
+  return os << a.stringValue();
+}
+inline std::ostream& operator<<(std::ostream& os, const Ip6Addr& a) {
+  return os << a.stringValue();
+}
+inline std::uint32_t kivHash(const IpAddr& a) {
+  return Kiv::bitReverse(a.hash());
+}
+inline std::uint32_t kivHash(const Ip6Addr& a) {
+  return Kiv::bitReverse(a.hash());
+}
 
 }  // namespace Dravo

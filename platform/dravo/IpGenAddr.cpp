@@ -1,5 +1,6 @@
 #include "platform/dravo/IpGenAddr.h"
 
+#include <charconv>
 #include <string>
 
 #include "platform/kiv/Exception.h"
@@ -26,11 +27,24 @@ IpGenAddr::IpGenAddr(std::string_view text) {
     throw Kiv::RangeException("invalid IP address \"" + std::string(text) + "\"");
 }
 
+namespace {
+// A mask length: decimal digits, at most the address width.
+bool isLength(std::string_view text, unsigned width) {
+  unsigned len = 0;
+  auto [p, ec] = std::from_chars(text.data(), text.data() + text.size(), len);
+  return !text.empty() && ec == std::errc() && p == text.data() + text.size() && len <= width;
+}
+}  // namespace
+
 bool IpGenAddr::stringValueIs(std::string_view text) {
-  std::string_view addr = text.substr(0, text.find('/'));
+  const std::size_t slash = text.find('/');
+  std::string_view addr = text.substr(0, slash);
   try {
     if (addr.empty()) return false;
-    *this = IpGenAddr(addr);
+    IpGenAddr a(addr);
+    if (slash != std::string_view::npos && !isLength(text.substr(slash + 1), a.width()))
+      return false;
+    *this = a;
     return true;
   } catch (const Kiv::RangeException&) {
     return false;

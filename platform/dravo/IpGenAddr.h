@@ -48,6 +48,8 @@ class IpGenAddr {
 inline std::ostream& operator<<(std::ostream& os, const IpGenAddr& a) {
   return os << a.stringValue();
 }
-inline std::uint32_t kivHash(const IpGenAddr& a) { return Kiv::bitReverse(a.hash()); }
+inline std::uint32_t kivHash(const IpGenAddr& a) {
+  return Kiv::bitReverse(a.hash());
+}
 
 }  // namespace Dravo

@@ -78,7 +78,11 @@ inline std::ostream& operator<<(std::ostream& os, const IpGenPrefix& p) {
 inline std::ostream& operator<<(std::ostream& os, const IpGenAddrWithMask& a) {
   return os << a.stringValue();
 }
-inline std::uint32_t kivHash(const IpGenPrefix& p) { return Kiv::bitReverse(p.hash()); }
-inline std::uint32_t kivHash(const IpGenAddrWithMask& a) { return Kiv::bitReverse(a.hash()); }
+inline std::uint32_t kivHash(const IpGenPrefix& p) {
+  return Kiv::bitReverse(p.hash());
+}
+inline std::uint32_t kivHash(const IpGenAddrWithMask& a) {
+  return Kiv::bitReverse(a.hash());
+}
 
 }  // namespace Dravo

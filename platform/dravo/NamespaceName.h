@@ -30,6 +30,8 @@ extern const NamespaceName DEFAULT_NS;
 inline std::ostream& operator<<(std::ostream& os, const NamespaceName& n) {
   return os << n.stringValue();
 }
-inline std::uint32_t kivHash(const NamespaceName& n) { return Kiv::bitReverse(n.hash()); }
+inline std::uint32_t kivHash(const NamespaceName& n) {
+  return Kiv::bitReverse(n.hash());
+}
 
 }  // namespace Dravo

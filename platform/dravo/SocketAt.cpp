@@ -14,8 +14,7 @@ const NamespaceName DEFAULT_NS("default");
 int socketAt(int family, int type, int protocol, const NamespaceName& ns) {
   if (ns == DEFAULT_NS) return ::socket(family, type, protocol);
   const std::string& name = ns.stringValue().stdString();
-  if (name.empty() || name.find('/') != std::string::npos || name == "." || name == "..")
-    return -1;
+  if (name.empty() || name.find('/') != std::string::npos || name == "." || name == "..") return -1;
   int target = ::open(("/run/netns/" + name).c_str(), O_RDONLY | O_CLOEXEC);
   if (target < 0) return -1;
   int home = ::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);

@@ -28,7 +28,8 @@ void AllVrfStatusLocal::vrfIs(const std::vector<VrfStatusValue>& all) {
   }
   if (same) return;
   vrf_.clear();
-  for (const VrfStatusValue& v : all) vrf_.insert(v.name, new VrfStatusLocal(v.name, v.state, v.netNs));
+  for (const VrfStatusValue& v : all)
+    vrf_.insert(v.name, new VrfStatusLocal(v.name, v.state, v.netNs));
   notify<NotifieeConst>(vrfAttrId, [](NotifieeConst& n) { n.onVrfkivImmediate(); });
 }
 

@@ -28,9 +28,15 @@ double ActivityManager::nextTimerTime() const {
   return timers_.empty() ? std::numeric_limits<double>::infinity() : timers_.begin()->first.first;
 }
 
-void ActivityManager::fdIs(int fd, Callback cb) { fds_[fd] = std::move(cb); }
-void ActivityManager::fdDel(int fd) { fds_.erase(fd); }
-void ActivityManager::post(Callback cb) { posted_.push_back(std::move(cb)); }
+void ActivityManager::fdIs(int fd, Callback cb) {
+  fds_[fd] = std::move(cb);
+}
+void ActivityManager::fdDel(int fd) {
+  fds_.erase(fd);
+}
+void ActivityManager::post(Callback cb) {
+  posted_.push_back(std::move(cb));
+}
 
 std::size_t ActivityManager::runReady(int pollMs) {
   std::size_t ran = 0;
@@ -106,8 +112,12 @@ Ptr<ActivityManager> activityManager() {
   return current();
 }
 
-void activityManagerIs(Ptr<ActivityManager> am) { current() = std::move(am); }
+void activityManagerIs(Ptr<ActivityManager> am) {
+  current() = std::move(am);
+}
 
-double now() { return activityManager()->now(); }
+double now() {
+  return activityManager()->now();
+}
 
 }  // namespace Kiv

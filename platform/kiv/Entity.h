@@ -96,6 +96,8 @@ class Entity : public PtrInterface {
   template <class N, class F>
   void notify(AttrId attr, F&& f) const {
     if (notifiees_.empty()) return;
+    // A notifiee may drop the last reference to this entity; finish first.
+    const Ptr<const Entity> keep = references() ? Ptr<const Entity>(this) : nullptr;
     const std::vector<Registration> snapshot = notifiees_;
     const std::uint64_t version = listVersion_;
     for (const Registration& r : snapshot) {

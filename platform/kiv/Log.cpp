@@ -78,6 +78,8 @@ void LogHandle::log(std::uint32_t, const String8* texts, unsigned n) {
     defaultSink(rec);
 }
 
-void logSinkIs(LogSink sink) { sinkRef() = std::move(sink); }
+void logSinkIs(LogSink sink) {
+  sinkRef() = std::move(sink);
+}
 
 }  // namespace Kiv

@@ -88,8 +88,7 @@ void deserializeComposite(StrepIt& pos, StrepIt end, std::string_view quotedType
   needString(pos, end, " {");
   for (bool first = true;; first = false) {
     needString(pos, end, " ");
-    if (pos == end)
-      throw RangeException("premature end of value type " + std::string(shortName));
+    if (pos == end) throw RangeException("premature end of value type " + std::string(shortName));
     if (*pos == '}') break;
     if (!first) needString(pos, end, ", ");
     String8 name;

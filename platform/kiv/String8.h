@@ -48,8 +48,12 @@ class String8 {
   std::string s_;
 };
 
-inline std::ostream& operator<<(std::ostream& os, const String8& s) { return os << s.stdString(); }
-inline String8 operator+(const char* a, const String8& b) { return String8(a + b.stdString()); }
+inline std::ostream& operator<<(std::ostream& os, const String8& s) {
+  return os << s.stdString();
+}
+inline String8 operator+(const char* a, const String8& b) {
+  return String8(a + b.stdString());
+}
 
 using Name = String8;
 

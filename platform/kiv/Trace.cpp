@@ -38,14 +38,17 @@ std::uint32_t parseLevels(std::string_view levels, std::string_view spec) {
   if (levels == "all") return (1u << (TraceHandle::maxLevel + 1)) - 1;
   if (levels == "none") return 0;
   std::uint32_t mask = 0;
-  while (!levels.empty()) {
+  // Every item must name a level: "", "1," and "0,,3" are refused, not read as "none".
+  for (bool more = true; more;) {
     std::size_t comma = levels.find(',');
     std::string_view item = levels.substr(0, comma);
-    levels = comma == std::string_view::npos ? std::string_view() : levels.substr(comma + 1);
+    more = comma != std::string_view::npos;
+    if (more) levels = levels.substr(comma + 1);
     std::size_t dash = item.find('-');
     unsigned lo = parseLevel(item.substr(0, dash), spec);
     unsigned hi = dash == std::string_view::npos ? lo : parseLevel(item.substr(dash + 1), spec);
-    if (hi < lo) throw std::invalid_argument("empty trace level range in \"" + std::string(spec) + "\"");
+    if (hi < lo)
+      throw std::invalid_argument("empty trace level range in \"" + std::string(spec) + "\"");
     for (unsigned l = lo; l <= hi; ++l) mask |= 1u << l;
   }
   return mask;
@@ -53,7 +56,8 @@ std::uint32_t parseLevels(std::string_view levels, std::string_view spec) {
 
 }  // namespace
 
-TraceHandle::TraceHandle(String8 facility, bool flag) : facility_(std::move(facility)), flag_(flag) {
+TraceHandle::TraceHandle(String8 facility, bool flag)
+    : facility_(std::move(facility)), flag_(flag) {
   Registry& r = registry();
   auto it = r.configured.find(facility_.stdString());
   if (it != r.configured.end()) levels_ = it->second;
@@ -100,6 +104,8 @@ void traceConfigIs(std::string_view spec) {
   }
 }
 
-void traceSinkIs(TraceSink sink) { registry().sink = std::move(sink); }
+void traceSinkIs(TraceSink sink) {
+  registry().sink = std::move(sink);
+}
 
 }  // namespace Kiv

@@ -27,8 +27,8 @@ VrfIpWithMaskPair::VrfIpWithMaskPair(Kiv::StrepIt& pos, Kiv::StrepIt end) {
 }
 
 Kiv::String8 valueToStrep(const VrfIpPair& v) {
-  return "Value('Routing::Fhrp::VrfIpPair', ** {'vrfName': " +
-         Kiv::valueToStrep(v.vrfName()) + ", 'ipAddr': " + Kiv::valueToStrep(v.ipAddr()) + "})";
+  return "Value('Routing::Fhrp::VrfIpPair', ** {'vrfName': " + Kiv::valueToStrep(v.vrfName()) +
+         ", 'ipAddr': " + Kiv::valueToStrep(v.ipAddr()) + "})";
 }
 
 Kiv::String8 valueToStrep(const VrfIpWithMaskPair& v) {

@@ -62,7 +62,11 @@ inline std::ostream& operator<<(std::ostream& os, const VrfIpPair& v) {
 inline std::ostream& operator<<(std::ostream& os, const VrfIpWithMaskPair& v) {
   return os << valueToStrep(v);
 }
-inline std::uint32_t kivHash(const VrfIpPair& v) { return Kiv::bitReverse(v.hash()); }
-inline std::uint32_t kivHash(const VrfIpWithMaskPair& v) { return Kiv::bitReverse(v.hash()); }
+inline std::uint32_t kivHash(const VrfIpPair& v) {
+  return Kiv::bitReverse(v.hash());
+}
+inline std::uint32_t kivHash(const VrfIpWithMaskPair& v) {
+  return Kiv::bitReverse(v.hash());
+}
 
 }  // namespace Routing::Fhrp

@@ -31,7 +31,11 @@ class VrfName {
 
 extern const VrfName DEFAULT_VRF;
 
-inline std::ostream& operator<<(std::ostream& os, const VrfName& v) { return os << v.stringValue(); }
-inline std::uint32_t kivHash(const VrfName& v) { return Kiv::bitReverse(v.hash()); }
+inline std::ostream& operator<<(std::ostream& os, const VrfName& v) {
+  return os << v.stringValue();
+}
+inline std::uint32_t kivHash(const VrfName& v) {
+  return Kiv::bitReverse(v.hash());
+}
 
 }  // namespace L3

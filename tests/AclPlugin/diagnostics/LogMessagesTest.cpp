@@ -1,0 +1,87 @@
+// The four log messages as operators see them.
+#include "AclPlugin/diagnostics/LogMessages.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "AclPlugin/diagnostics/Raise.h"
+#include "platform/dravo/IpGenAddr.h"
+#include "tests/support/Capture.h"
+
+namespace {
+
+using namespace Routing::Fhrp;
+
+struct Expected {
+  const Kiv::LogHandle* handle;
+  const char* name;
+  const char* format;
+  const char* explanation;
+  std::string action;
+};
+
+TEST(LogMessages, HandlesCarryTheirFixedTexts) {
+  const Expected table[] = {
+      {&FHRP_IPTABLES_ERROR, "FHRP_IPTABLES_ERROR",
+       "Failed to %s an iptables rule for virtual IP %s on interface %s.",
+       "The iptables rule for a LUMO/VRRP virtual IP address was not added/removed, potentially "
+       "leading to problems accessing the router via the virtual IP.",
+       "Try changing the accept mode for FHRP and then changing it back."},
+      {&FHRP_ARPTABLES_ERROR, "FHRP_ARPTABLES_ERROR",
+       "Failed to %s an arptables rule for virtual IP %s on interface %s.",
+       "The arptables rule for a LUMO virtual IP address was not added/removed, potentially "
+       "leading to incorrect source IPs and source mac addresses inside the arp header in arp "
+       "requests for ip addresses inside a virtual IP address subnet.",
+       "Delete and reconfigure the virtual IP addresses for which arptables rules failed to be "
+       "added/removed."},
+      {&FHRP_IPTABLES_FLUSH_ERROR, "FHRP_IPTABLES_FLUSH_ERROR",
+       "Failed to flush iptables for network namespace %s.",
+       "The iptables were not flushed properly when restarting Acl. There may be problems "
+       "accessing the router.",
+       Kiv::NoActionRequired},
+      {&FHRP_ARPTABLES_FLUSH_ERROR, "FHRP_ARPTABLES_FLUSH_ERROR",
+       "Failed to flush arptables for network namespace %s.",
+       "The arptables were not flushed properly when restarting Acl. Arp requests sent from the "
+       "router may use incorrect source IP and mac address when arping for ip addresses inside "
+       "a LUMO ip address subnet.",
+       Kiv::NoActionRequired},
+  };
+  for (const Expected& e : table) {
+    SCOPED_TRACE(e.name);
+    EXPECT_STREQ(e.handle->name(), e.name);
+    EXPECT_STREQ(e.handle->format(), e.format);
+    EXPECT_STREQ(e.handle->explanation(), e.explanation);
+    EXPECT_EQ(e.handle->recommendedAction(), e.action);
+    EXPECT_EQ(static_cast<int>(e.handle->severity()), 4);
+    EXPECT_EQ(e.handle->minInterval(), 0.0);
+    EXPECT_EQ(e.handle->burst(), 1.0);
+    EXPECT_EQ(e.handle->rateLimitArgs(), 0u);
+  }
+}
+
+TEST(LogMessages, RaisedLinesReadAsSentences) {
+  LogCapture log;
+  raiseLog(FHRP_IPTABLES_ERROR, "add", Dravo::IpGenAddr("10.0.0.1"), Kiv::String8("vlan10"));
+  raiseLog(FHRP_ARPTABLES_ERROR, "remove", Dravo::IpGenAddr("2001:db8::1"), Kiv::String8("et1"));
+  raiseLog(FHRP_IPTABLES_FLUSH_ERROR, Kiv::String8("ns-red"));
+  raiseLog(FHRP_ARPTABLES_FLUSH_ERROR, Kiv::String8("ns-blue"));
+  // No time-based suppression for these four: a repeat is a second line.
+  raiseLog(FHRP_IPTABLES_FLUSH_ERROR, Kiv::String8("ns-red"));
+  std::vector<std::string> lines;
+  for (const LogLine& l : log.lines()) lines.push_back(l.name + ": " + l.text);
+  EXPECT_EQ(lines,
+            (std::vector<std::string>{
+                "FHRP_IPTABLES_ERROR: Failed to add an iptables rule for virtual IP 10.0.0.1 on "
+                "interface vlan10.",
+                "FHRP_ARPTABLES_ERROR: Failed to remove an arptables rule for virtual IP "
+                "2001:db8::1 on interface et1.",
+                "FHRP_IPTABLES_FLUSH_ERROR: Failed to flush iptables for network namespace ns-red.",
+                "FHRP_ARPTABLES_FLUSH_ERROR: Failed to flush arptables for network namespace "
+                "ns-blue.",
+                "FHRP_IPTABLES_FLUSH_ERROR: Failed to flush iptables for network namespace ns-red.",
+            }));
+}
+
+}  // namespace
