@@ -1,0 +1,178 @@
+#include "agent/Agent.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+
+namespace Agent {
+
+namespace {
+
+constexpr double reloadDebounce = 0.1;  // seconds
+int signalPipeWrite = -1;
+
+// Hands the signal to the loop through the pipe; nothing else is safe here.
+void onSignal(int sig) {
+  const int saved = errno;
+  const unsigned char s = static_cast<unsigned char>(sig);
+  [[maybe_unused]] ssize_t n = ::write(signalPipeWrite, &s, 1);
+  errno = saved;
+}
+
+std::string summary(const StateDocument& d) {
+  return std::to_string(d.interfaces.size()) + " interfaces, " + std::to_string(d.vrfs.size()) +
+         " VRFs, " + std::to_string(d.virtualIps.size()) + " IPv4 VIPs, " +
+         std::to_string(d.virtualIps6.size()) + " IPv6 VIPs";
+}
+
+}  // namespace
+
+AclAgent::AclAgent(Options options)
+    : options_(std::move(options)),
+      loop_(new Kiv::ActivityManager(new Kiv::MonotonicClock())),
+      em_(new Mirel::EntityManager()),
+      publisher_(std::make_unique<Publisher>(em_)) {
+  Kiv::activityManagerIs(loop_);
+}
+
+AclAgent::~AclAgent() {
+  // Plug-ins first (in reverse), while the inputs and the loop they use exist.
+  for (auto it = plugins_.rbegin(); it != plugins_.rend(); ++it) ::dlclose(*it);
+  for (int sig : {SIGTERM, SIGINT, SIGHUP}) std::signal(sig, SIG_DFL);
+  for (int fd : {signalFd_, signalPipeWrite, inotifyFd_})
+    if (fd >= 0) ::close(fd);
+  signalPipeWrite = -1;
+}
+
+int AclAgent::run() {
+  if (!doStart()) return 1;
+  if (options_.untilIdle) {
+    while (!loop_->stopped() && !loop_->idle()) loop_->runOnce(1.0);
+  } else {
+    loop_->run();
+  }
+  return 0;
+}
+
+bool AclAgent::doStart() {
+  // Watch first: a signal or a change during start-up waits for the loop.
+  doWatchSignals();
+  if (!options_.stateFile.empty()) {
+    doWatchStateFile();
+    if (!doPublishStateFile(false)) return false;
+  }
+  if (!doLoadPlugins()) return false;
+  context_ = new Acl::PluginContext(em_);
+  try {
+    Acl::DefaultPluginLoader().doInit(context_.ptr());
+  } catch (const std::exception& e) {
+    std::cerr << "acl-agent: plug-in init failed: " << e.what() << "\n";
+    return false;
+  }
+  return true;
+}
+
+bool AclAgent::doLoadPlugins() {
+  for (const std::string& so : options_.plugins) {
+    void* h = ::dlopen(so.c_str(), RTLD_NOW | RTLD_GLOBAL);
+    if (!h) {
+      std::cerr << "acl-agent: cannot load plug-in: " << ::dlerror() << "\n";
+      return false;
+    }
+    plugins_.push_back(h);
+  }
+  if (Acl::DefaultPluginLoader().initCallerCount() == 0)
+    std::cerr << "acl-agent: warning: no plug-in registered with the loader\n";
+  return true;
+}
+
+void AclAgent::doWatchSignals() {
+  int fds[2];
+  if (::pipe2(fds, O_NONBLOCK | O_CLOEXEC) != 0) {
+    std::perror("acl-agent: pipe2");
+    return;
+  }
+  signalFd_ = fds[0];
+  signalPipeWrite = fds[1];
+  struct sigaction sa = {};
+  sa.sa_handler = onSignal;
+  sigemptyset(&sa.sa_mask);
+  for (int sig : {SIGTERM, SIGINT, SIGHUP}) ::sigaction(sig, &sa, nullptr);
+  loop_->fdIs(signalFd_, [this] { handleSignals(); });
+}
+
+void AclAgent::doWatchStateFile() {
+  std::filesystem::path dir = std::filesystem::path(options_.stateFile).parent_path();
+  if (dir.empty()) dir = ".";
+  inotifyFd_ = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  if (inotifyFd_ < 0 ||
+      ::inotify_add_watch(inotifyFd_, dir.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0) {
+    std::perror(("acl-agent: cannot watch " + dir.string() + " (reload with SIGHUP)").c_str());
+    return;
+  }
+  loop_->fdIs(inotifyFd_, [this] { handleStateDirEvents(); });
+}
+
+bool AclAgent::doPublishStateFile(bool reload) {
+  const std::string& file = options_.stateFile;
+  StateDocument next;
+  try {
+    next = loadStateDocument(file);
+  } catch (const StateDocumentError& e) {
+    std::cerr << "acl-agent: " << file << ": " << e.what() << "\n";
+    if (reload) std::cerr << "acl-agent: reload refused; the state in force stays\n";
+    return false;
+  }
+  const std::size_t changes = publisher_->publish(next);
+  std::cerr << "acl-agent: published " << file << ": " << summary(next);
+  if (reload) std::cerr << " (" << changes << " changes)";
+  std::cerr << "\n";
+  return true;
+}
+
+void AclAgent::handleSignals() {
+  unsigned char sigs[16];
+  ssize_t n;
+  while ((n = ::read(signalFd_, sigs, sizeof sigs)) > 0) {
+    for (ssize_t i = 0; i < n; ++i) {
+      if (sigs[i] != SIGHUP) {
+        std::cerr << "acl-agent: " << ::strsignal(sigs[i]) << ": stopping\n";
+        loop_->stop();
+      } else if (options_.stateFile.empty()) {
+        std::cerr << "acl-agent: SIGHUP: no state file to reload\n";
+      } else {
+        doPublishStateFile(true);
+      }
+    }
+  }
+}
+
+void AclAgent::handleStateDirEvents() {
+  alignas(inotify_event) char buf[4096];
+  const std::string name = std::filesystem::path(options_.stateFile).filename().string();
+  bool ours = false;
+  ssize_t n;
+  while ((n = ::read(inotifyFd_, buf, sizeof buf)) > 0) {
+    for (char* p = buf; p < buf + n;) {
+      const auto* ev = reinterpret_cast<const inotify_event*>(p);
+      ours = ours || (ev->len > 0 && name == ev->name);
+      p += sizeof(inotify_event) + ev->len;
+    }
+  }
+  if (!ours) return;
+  // Writers often touch a file more than once; one reload after they settle.
+  loop_->timerDel(reloadTimer_);
+  reloadTimer_ = loop_->timerIs(loop_->now() + reloadDebounce, [this] {
+    reloadTimer_ = 0;
+    doPublishStateFile(true);
+  });
+}
+
+}  // namespace Agent

@@ -1,0 +1,61 @@
+// The host ACL agent: one event loop on the monotonic clock, the state
+// database with the state document published into it, the plug-ins loaded
+// and initialised, then the loop until a signal (or, with --until-idle,
+// until nothing is left to do).
+//
+// The state file is re-read on SIGHUP and when it changes (its directory is
+// watched, so a file replaced by rename is seen; changes within 0.1 s make
+// one reload). A reload is all or nothing: a refused document changes
+// nothing and the agent goes on with the state in force. SIGTERM and SIGINT
+// stop the loop; the exit status is then 0.
+//
+// Messages go to stderr, one line each:
+//   acl-agent: published FILE: 3 interfaces, 2 VRFs, 4 IPv4 VIPs, 1 IPv6 VIPs[ (N changes)]
+//   acl-agent: FILE: PLACE: REASON
+// One agent per process: it installs signal handlers and the process's loop.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "agent/Options.h"
+#include "agent/Publisher.h"
+#include "platform/acl/PluginLoader.h"
+#include "platform/kiv/ActivityManager.h"
+
+namespace Agent {
+
+class AclAgent {
+ public:
+  explicit AclAgent(Options options);
+  ~AclAgent();
+  AclAgent(const AclAgent&) = delete;
+  AclAgent& operator=(const AclAgent&) = delete;
+
+  // Runs the agent to its end; returns the exit status: 0 when stopped by a
+  // signal or idle with --until-idle, 1 when start-up fails.
+  int run();
+
+ private:
+  bool doStart();
+  bool doLoadPlugins();
+  void doWatchSignals();
+  void doWatchStateFile();
+  // Publishes the state file; false (with the message printed) when refused.
+  bool doPublishStateFile(bool reload);
+  void handleSignals();
+  void handleStateDirEvents();
+
+  Options options_;
+  Kiv::Ptr<Kiv::ActivityManager> loop_;
+  Kiv::Ptr<Mirel::EntityManager> em_;
+  std::unique_ptr<Publisher> publisher_;
+  Kiv::Ptr<Acl::PluginContext> context_;
+  std::vector<void*> plugins_;  // dlopen handles, in load order
+  int signalFd_ = -1;           // read end of the signal handler's pipe
+  int inotifyFd_ = -1;
+  Kiv::ActivityManager::TimerId reloadTimer_ = 0;
+};
+
+}  // namespace Agent

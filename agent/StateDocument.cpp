@@ -1,0 +1,258 @@
+#include "agent/StateDocument.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <initializer_list>
+#include <iterator>
+#include <nlohmann/json.hpp>
+
+#include "platform/kiv/Exception.h"
+
+namespace Agent {
+
+StateDocumentError::StateDocumentError(std::string place, std::string reason)
+    : std::runtime_error(place.empty() ? reason : place + ": " + reason),
+      place_(std::move(place)),
+      reason_(std::move(reason)) {}
+
+namespace {
+
+using Json = nlohmann::json;
+
+[[noreturn]] void refuse(const std::string& place, const std::string& reason) {
+  throw StateDocumentError(place, reason);
+}
+
+// The pointer of a member (escaped as JSON pointers escape '~' and '/').
+std::string member(const std::string& at, std::string_view name) {
+  std::string s = at + "/";
+  for (char c : name) s += c == '~' ? "~0" : c == '/' ? "~1" : std::string(1, c);
+  return s;
+}
+std::string item(const std::string& at, std::size_t i) {
+  return at + "/" + std::to_string(i);
+}
+// A value as JSON writes it: quoted, with control characters escaped, so
+// that a message stays on one line.
+std::string inQuotes(std::string_view s) {
+  return Json(std::string(s)).dump();
+}
+
+const Json& needObject(const Json& j, const std::string& at) {
+  if (!j.is_object()) refuse(at, std::string("expected an object, not ") + j.type_name());
+  return j;
+}
+const Json& needArray(const Json& j, const std::string& at) {
+  if (!j.is_array()) refuse(at, std::string("expected a list, not ") + j.type_name());
+  return j;
+}
+std::string needString(const Json& j, const std::string& at) {
+  if (!j.is_string()) refuse(at, std::string("expected a string, not ") + j.type_name());
+  return j.get<std::string>();
+}
+
+void onlyFields(const Json& j, const std::string& at,
+                std::initializer_list<std::string_view> known) {
+  for (const auto& [name, value] : j.items())
+    if (std::find(known.begin(), known.end(), name) == known.end())
+      refuse(member(at, name), "unknown field");
+}
+
+const Json& required(const Json& j, const std::string& at, const char* name) {
+  if (!j.contains(name)) refuse(member(at, name), "required field missing");
+  return j[name];
+}
+
+// A name that goes unquoted into a shell command line (see the header).
+std::string safeName(const Json& j, const std::string& at, std::size_t maxLen, const char* what) {
+  std::string s = needString(j, at);
+  if (s.empty() || s.size() > maxLen)
+    refuse(at, std::string(what) + " " + inQuotes(s) + " must be 1 to " + std::to_string(maxLen) +
+                   " bytes long");
+  for (char c : s) {
+    bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+              std::string_view("_.@:+-").find(c) != std::string_view::npos;
+    if (!ok)
+      refuse(at, std::string(what) + " " + inQuotes(s) + " may hold only A-Z a-z 0-9 _ . @ : + -");
+  }
+  if (s[0] == '-') refuse(at, std::string(what) + " " + inQuotes(s) + " must not start with '-'");
+  return s;
+}
+
+L3::VrfName vrfName(std::string_view s, const std::string& at) {
+  if (s.empty()) refuse(at, "empty VRF name");
+  try {
+    return L3::VrfName(s);
+  } catch (const Kiv::RangeException& e) {
+    refuse(at, e.what());
+  }
+}
+
+void parseInterfaces(const Json& j, const std::string& at, StateDocument& doc) {
+  for (const auto& [id, value] : needObject(j, at).items()) {
+    const std::string here = member(at, id);
+    if (id.empty()) refuse(here, "empty interface id");
+    onlyFields(needObject(value, here), here, {"device"});
+    doc.interfaces[Dravo::IntfId(id)] =
+        safeName(required(value, here, "device"), member(here, "device"), 15, "device name");
+  }
+}
+
+Ip::VrfState vrfState(const Json& j, const std::string& at) {
+  const std::string s = needString(j, at);
+  if (s == "active") return Ip::VrfState::active;
+  if (s == "inactive") return Ip::VrfState::inactive;
+  if (s == "deleting") return Ip::VrfState::deleting;
+  refuse(at, "unknown VRF state " + inQuotes(s) + " (active, inactive or deleting)");
+}
+
+void parseVrfs(const Json& j, const std::string& at, StateDocument& doc) {
+  for (const auto& [name, value] : needObject(j, at).items()) {
+    const std::string here = member(at, name);
+    const L3::VrfName vrf = vrfName(name, here);
+    onlyFields(needObject(value, here), here, {"state", "namespace"});
+    VrfEntry& e = doc.vrfs[vrf];
+    if (value.contains("state")) e.state = vrfState(value["state"], member(here, "state"));
+    if (vrf.isDefault() && !value.contains("namespace"))
+      e.netNs = Dravo::DEFAULT_NS;
+    else
+      e.netNs = Dravo::NamespaceName(
+          safeName(required(value, here, "namespace"), member(here, "namespace"), 64, "namespace"));
+  }
+}
+
+Dravo::EthAddr mac(const Json& j, const std::string& at) {
+  try {
+    return Dravo::EthAddr(needString(j, at));
+  } catch (const Kiv::RangeException& e) {
+    refuse(at, e.what());
+  }
+}
+
+void parseMacs(const Json& j, const std::string& at, StateDocument& doc) {
+  onlyFields(needObject(j, at), at, {"lumo", "vrrp"});
+  if (j.contains("lumo")) doc.lumoMac = mac(j["lumo"], member(at, "lumo"));
+  if (j.contains("vrrp")) doc.vrrpMac = mac(j["vrrp"], member(at, "vrrp"));
+}
+
+// The key of a virtual IP, one overload per family.
+Routing::Fhrp::VrfIpWithMaskPair vipKey(Routing::Fhrp::VrfIpWithMaskPair*, const L3::VrfName& vrf,
+                                        const std::string& text, const std::string& at) {
+  Dravo::IpGenAddrWithMask a;
+  try {
+    a = Dravo::IpGenAddrWithMask(text);
+  } catch (const Kiv::RangeException& e) {
+    refuse(at, e.what());
+  }
+  if (!a.address().isV4()) refuse(at, inQuotes(text) + " is not an IPv4 address");
+  return {vrf, a};
+}
+
+Routing::Fhrp::VrfIpPair vipKey(Routing::Fhrp::VrfIpPair*, const L3::VrfName& vrf,
+                                const std::string& text, const std::string& at) {
+  if (text.find('/') != std::string::npos)
+    refuse(at, inQuotes(text) + ": an IPv6 virtual IP takes no prefix length");
+  Dravo::IpGenAddr a;
+  try {
+    a = Dravo::IpGenAddr(text);
+  } catch (const Kiv::RangeException& e) {
+    refuse(at, e.what());
+  }
+  if (!a.isV6()) refuse(at, inQuotes(text) + " is not an IPv6 address");
+  return {vrf, a};
+}
+
+void parseVipInterfaces(const Json& j, const std::string& at, const StateDocument& doc,
+                        VipEntry& vip) {
+  auto add = [&](const std::string& id, const std::string& value, const std::string& place) {
+    if (!doc.interfaces.contains(Dravo::IntfId(id)))
+      refuse(place, "unknown interface " + inQuotes(id) + " (not in /interfaces)");
+    vip.interfaces[Dravo::IntfId(id)] = Kiv::String8(value);
+  };
+  if (j.is_array()) {
+    for (std::size_t i = 0; i < j.size(); ++i) add(needString(j[i], item(at, i)), "", item(at, i));
+  } else if (j.is_object()) {
+    for (const auto& [id, value] : j.items())
+      add(id, needString(value, member(at, id)), member(at, id));
+  } else {
+    refuse(at, std::string("expected a list or an object, not ") + j.type_name());
+  }
+}
+
+template <class Key>
+void parseVips(const Json& j, const std::string& at, const StateDocument& doc,
+               std::map<Key, VipEntry>& out) {
+  std::map<Key, std::string> seen;  // key -> where it was first given
+  for (std::size_t i = 0; i < needArray(j, at).size(); ++i) {
+    const std::string here = item(at, i);
+    const Json& e = needObject(j[i], here);
+    onlyFields(e, here, {"vrf", "address", "namespace", "interfaces"});
+    L3::VrfName vrf = L3::DEFAULT_VRF;
+    if (e.contains("vrf"))
+      vrf = vrfName(needString(e["vrf"], member(here, "vrf")), member(here, "vrf"));
+    const std::string address = member(here, "address");
+    const Key key = vipKey(static_cast<Key*>(nullptr), vrf,
+                           needString(required(e, here, "address"), address), address);
+    VipEntry vip;
+    auto listed = doc.vrfs.find(vrf);
+    if (e.contains("namespace"))
+      vip.netNs = Dravo::NamespaceName(
+          safeName(e["namespace"], member(here, "namespace"), 64, "namespace"));
+    else if (listed != doc.vrfs.end())
+      vip.netNs = listed->second.netNs;
+    else if (vrf.isDefault())
+      vip.netNs = Dravo::DEFAULT_NS;
+    else
+      refuse(here, "VRF " + inQuotes(vrf.stringValue().view()) +
+                       " is not in /vrfs: give the virtual IP a \"namespace\"");
+    if (e.contains("interfaces"))
+      parseVipInterfaces(e["interfaces"], member(here, "interfaces"), doc, vip);
+    if (auto [it, fresh] = seen.emplace(key, here); !fresh)
+      refuse(here, "duplicate virtual IP, first given at " + it->second);
+    out.emplace(key, std::move(vip));
+  }
+}
+
+}  // namespace
+
+StateDocument parseStateDocument(std::string_view text) {
+  Json root;
+  try {
+    root = Json::parse(text);
+  } catch (const Json::parse_error& e) {
+    // The parser counts bytes from 1 and points at the last one it read.
+    std::size_t line = 1, column = 0;
+    for (std::size_t i = 0; i < e.byte && i < text.size(); ++i) {
+      column = text[i] == '\n' ? 0 : column + 1;
+      line += text[i] == '\n';
+    }
+    std::string why = e.what();
+    if (std::size_t colon = why.find(": "); colon != std::string::npos) why.erase(0, colon + 2);
+    refuse("line " + std::to_string(line) + ", column " + std::to_string(column), why);
+  }
+  StateDocument doc;
+  onlyFields(needObject(root, "/"), "",
+             {"interfaces", "vrfs", "virtualRouterMac", "virtualIps", "virtualIps6"});
+  // Interfaces and VRFs first: the virtual IPs refer to them.
+  if (root.contains("interfaces")) parseInterfaces(root["interfaces"], "/interfaces", doc);
+  if (root.contains("vrfs")) parseVrfs(root["vrfs"], "/vrfs", doc);
+  if (root.contains("virtualRouterMac"))
+    parseMacs(root["virtualRouterMac"], "/virtualRouterMac", doc);
+  if (root.contains("virtualIps"))
+    parseVips(root["virtualIps"], "/virtualIps", doc, doc.virtualIps);
+  if (root.contains("virtualIps6"))
+    parseVips(root["virtualIps6"], "/virtualIps6", doc, doc.virtualIps6);
+  return doc;
+}
+
+StateDocument loadStateDocument(const std::string& file) {
+  std::ifstream in(file, std::ios::binary);
+  if (!in) refuse("", std::string("cannot read: ") + std::strerror(errno));
+  std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  if (in.bad()) refuse("", std::string("cannot read: ") + std::strerror(errno));
+  return parseStateDocument(text);
+}
+
+}  // namespace Agent

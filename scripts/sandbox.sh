@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Runs CMD inside a sandbox of its own: a fresh network namespace (only lo,
+# up; no packet filter rules) and a private mount namespace with an empty
+# tmpfs on /run/netns, so `ip netns add` and every iptables, ip6tables or
+# arptables command stay inside. The recording stand-ins (scripts/stand-ins,
+# arptables among them) go first on PATH. Nothing made inside outlives CMD.
+#
+#   scripts/sandbox.sh CMD [ARG...]
+#
+# Exit status: CMD's; 77 (with the reason on stderr) when the sandbox cannot
+# be made, e.g. without root; 2 on bad usage. Needs unshare (util-linux).
+set -euo pipefail
+here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
+inside=__fhrp_sandbox_inside__
+
+if [ "${1:-}" != "$inside" ]; then
+  [ "$#" -gt 0 ] || { echo "usage: scripts/sandbox.sh CMD [ARG...]" >&2; exit 2; }
+  # Probe first, so that a failing CMD is never mistaken for a missing sandbox.
+  if ! why="$(unshare --net --mount --propagation private true 2>&1)"; then
+    echo "sandbox: cannot make a private network and mount namespace: ${why:-unshare failed}" >&2
+    exit 77
+  fi
+  exec unshare --net --mount --propagation private "$here/sandbox.sh" "$inside" "$@"
+fi
+shift
+
+# From here on mounts are private to this namespace. Without a /run/netns to
+# cover, cover /run itself rather than create a directory on the host's /run.
+if [ -d /run/netns ]; then
+  mount -t tmpfs -o mode=0755 fhrp-sandbox /run/netns
+else
+  mount -t tmpfs -o mode=0755 fhrp-sandbox /run
+  mkdir /run/netns
+fi
+ip link set lo up
+export PATH="$here/stand-ins:$PATH"
+exec "$@"

@@ -1,0 +1,35 @@
+#include "agent/Options.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace {
+
+using Agent::parseOptions;
+using testing::ElementsAre;
+
+Agent::Options parse(std::vector<const char*> args) {
+  args.insert(args.begin(), "acl-agent");
+  return parseOptions(static_cast<int>(args.size()), args.data());
+}
+
+TEST(OptionsTest, ParsesEveryOptionAndRefusesBadUsage) {
+  const Agent::Options o = parse({"--state", "s.json", "--plugin", "a.so", "--plugin=b.so",
+                                  "--trace=X/0", "--trace", "Y/1-3", "--until-idle"});
+  EXPECT_EQ(o.stateFile, "s.json");
+  EXPECT_THAT(o.plugins, ElementsAre("a.so", "b.so"));
+  EXPECT_THAT(o.traces, ElementsAre("X/0", "Y/1-3"));
+  EXPECT_TRUE(o.untilIdle);
+  EXPECT_FALSE(o.help);
+  EXPECT_TRUE(parse({"--help"}).help);
+  EXPECT_FALSE(parse({}).untilIdle);
+
+  for (const std::vector<const char*>& bad : std::vector<std::vector<const char*>>{
+           {"--state"}, {"--state="}, {"--plugin"}, {"--until-idle=1"}, {"state.json"}, {"-x"}}) {
+    EXPECT_THROW(parse(bad), Agent::UsageError) << bad[0];
+  }
+}
+
+}  // namespace

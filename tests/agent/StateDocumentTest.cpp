@@ -1,0 +1,156 @@
+#include "agent/StateDocument.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+using Agent::parseStateDocument;
+using Agent::StateDocumentError;
+using testing::HasSubstr;
+
+// Sections that the refused documents below refer to.
+const std::string kIntf = R"("interfaces": {"Vlan10": {"device": "vlan10"}})";
+const std::string kRed = R"("vrfs": {"red": {"namespace": "ns-red"}})";
+
+struct Refusal {
+  std::string text;
+  std::string place;
+  std::string reason;  // a part of the reason
+};
+
+TEST(StateDocumentTest, RefusesWithPlaceAndReason) {
+  const std::string longVrf(101, 'v');
+  const Refusal cases[] = {
+      // JSON syntax, with line and column of the offending character.
+      {"{\n  \"vrfs\": {,}\n}", "line 2, column 12", "syntax error"},
+      {"", "line 1, column 0", "unexpected end of input"},
+      {"[]", "/", "expected an object, not array"},
+      // Unknown fields, at any depth; member names escaped as in JSON pointers.
+      {R"({"interface": {}})", "/interface", "unknown field"},
+      {R"({"vrfs": {"red": {"namespace": "ns-red", "colour": 1}}})", "/vrfs/red/colour",
+       "unknown field"},
+      {R"({"interfaces": {"Et1/1": {"dev": "et1"}}})", "/interfaces/Et1~11/dev", "unknown field"},
+      // Wrong types and missing required fields.
+      {R"({"virtualIps": {}})", "/virtualIps", "expected a list, not object"},
+      {R"({"interfaces": {"Vlan10": {"device": 10}}})", "/interfaces/Vlan10/device",
+       "expected a string, not number"},
+      {"{" + kIntf + R"(, "virtualIps": [{"address": "10.0.0.1", "interfaces": 3}]})",
+       "/virtualIps/0/interfaces", "expected a list or an object, not number"},
+      {R"({"virtualIps": [{"vrf": "default"}]})", "/virtualIps/0/address",
+       "required field missing"},
+      {R"({"vrfs": {"red": {"state": "active"}}})", "/vrfs/red/namespace",
+       "required field missing"},
+      // Addresses: IPv4 (prefix length optional) and IPv6 (none) in their own lists.
+      {R"({"virtualIps": [{"address": "10.0.0.300/24"}]})", "/virtualIps/0/address",
+       "invalid IP address \"10.0.0.300\""},
+      {R"({"virtualIps": [{"address": "10.0.0.1/33"}]})", "/virtualIps/0/address",
+       "invalid IP address with mask"},
+      {R"({"virtualIps": [{"address": "2001:db8::1/64"}]})", "/virtualIps/0/address",
+       "is not an IPv4 address"},
+      {R"({"virtualIps6": [{"address": "10.0.0.1"}]})", "/virtualIps6/0/address",
+       "is not an IPv6 address"},
+      {R"({"virtualIps6": [{"address": "2001:db8::1/64"}]})", "/virtualIps6/0/address",
+       "takes no prefix length"},
+      {R"({"virtualRouterMac": {"lumo": "02:1c:73:00:00"}})", "/virtualRouterMac/lumo",
+       "invalid MAC address"},
+      // VRF names and states.
+      {R"({"vrfs": {")" + longVrf + R"(": {"namespace": "ns"}}})", "/vrfs/" + longVrf,
+       "VrfName::bytes > 100 not allowed"},
+      {R"({"virtualIps": [{"vrf": ")" + longVrf + R"(", "address": "10.0.0.1"}]})",
+       "/virtualIps/0/vrf", "VrfName::bytes > 100 not allowed"},
+      {R"({"vrfs": {"red": {"state": "up", "namespace": "ns-red"}}})", "/vrfs/red/state",
+       "unknown VRF state \"up\""},
+      {R"({"virtualIps6": [{"vrf": "green", "address": "2001:db8::1"}]})", "/virtualIps6/0",
+       "VRF \"green\" is not in /vrfs"},
+      // Interfaces of a virtual IP must be published, in both forms.
+      {"{" + kIntf +
+           R"(, "virtualIps": [{"address": "10.0.0.1", "interfaces": ["Vlan10", "Vlan99"]}]})",
+       "/virtualIps/0/interfaces/1", "unknown interface \"Vlan99\""},
+      {"{" + kIntf +
+           R"(, "virtualIps6": [{"address": "2001:db8::1", "interfaces": {"Vlan99": ""}}]})",
+       "/virtualIps6/0/interfaces/Vlan99", "unknown interface \"Vlan99\""},
+      // Two entries with one key (the same address and length in one VRF).
+      {"{" + kRed + R"(, "virtualIps": [{"vrf": "red", "address": "10.0.0.1/24"},
+          {"vrf": "red", "address": "10.0.0.2/24"}, {"vrf": "red", "address": "10.0.0.1/24"}]})",
+       "/virtualIps/2", "duplicate virtual IP, first given at /virtualIps/0"},
+      // Names that would be unsafe on a shell command line.
+      {R"({"vrfs": {"red": {"namespace": "ns red"}}})", "/vrfs/red/namespace", "may hold only"},
+      {R"({"vrfs": {"red": {"namespace": "ns;reboot"}}})", "/vrfs/red/namespace", "may hold only"},
+      {R"({"vrfs": {"red": {"namespace": "-n"}}})", "/vrfs/red/namespace",
+       "must not start with '-'"},
+      {R"({"vrfs": {"red": {"namespace": ")" + std::string(65, 'n') + R"("}}})",
+       "/vrfs/red/namespace", "1 to 64 bytes"},
+      {R"j({"virtualIps": [{"address": "10.0.0.1", "namespace": "$(id)"}]})j",
+       "/virtualIps/0/namespace", "may hold only"},
+      {R"({"interfaces": {"Vlan10": {"device": "vlan10`x`"}}})", "/interfaces/Vlan10/device",
+       "may hold only"},
+      {R"({"interfaces": {"Vlan10": {"device": "vlan10-longer-xy"}}})", "/interfaces/Vlan10/device",
+       "1 to 15 bytes"},
+  };
+  for (const Refusal& c : cases) {
+    SCOPED_TRACE(c.text);
+    try {
+      parseStateDocument(c.text);
+      ADD_FAILURE() << "accepted";
+    } catch (const StateDocumentError& e) {
+      EXPECT_EQ(e.place(), c.place);
+      EXPECT_THAT(e.reason(), HasSubstr(c.reason));
+    }
+  }
+}
+
+TEST(StateDocumentTest, ReadsValuesAndDefaults) {
+  const Agent::StateDocument d = parseStateDocument(R"({
+    "interfaces": {"Vlan10": {"device": "vlan10"}, "Vlan20": {"device": "vlan20"}},
+    "vrfs": {"red": {"namespace": "ns-red"}, "blue": {"state": "deleting", "namespace": "ns-b"}},
+    "virtualRouterMac": {"lumo": "02:1C:73:00:00:99"},
+    "virtualIps": [
+      {"address": "10.0.0.1/24", "interfaces": ["Vlan10"]},
+      {"vrf": "red", "address": "10.0.0.1", "interfaces": {"Vlan10": "", "Vlan20": "no"}},
+      {"vrf": "red", "address": "10.0.0.1/24", "namespace": "ns-other"},
+      {"vrf": "green", "address": "10.0.0.1/24", "namespace": "ns-green"}],
+    "virtualIps6": [{"vrf": "blue", "address": "2001:DB8::1"}]
+  })");
+  using Ip::VrfState;
+  EXPECT_EQ(d.interfaces.at(Dravo::IntfId("Vlan20")), "vlan20");
+  EXPECT_EQ(d.vrfs.at(L3::VrfName("red")),
+            (Agent::VrfEntry{VrfState::active, Dravo::NamespaceName("ns-red")}));
+  EXPECT_EQ(d.vrfs.at(L3::VrfName("blue")).state, VrfState::deleting);
+  EXPECT_EQ(d.lumoMac.stringValue(), "02:1c:73:00:00:99");
+  EXPECT_TRUE(d.vrrpMac.isZero());
+
+  auto v4 = [&](const char* vrf, const char* addr) {
+    return d.virtualIps.at({L3::VrfName(vrf), Dravo::IpGenAddrWithMask(addr)});
+  };
+  ASSERT_EQ(d.virtualIps.size(), 4u);
+  EXPECT_EQ(v4("default", "10.0.0.1/24").netNs, Dravo::DEFAULT_NS);
+  // An address alone is a /32; the namespace comes from the VRF.
+  const Agent::VipEntry red32 = v4("red", "10.0.0.1/32");
+  EXPECT_EQ(red32.netNs, Dravo::NamespaceName("ns-red"));
+  EXPECT_EQ(red32.interfaces, (std::map<Dravo::IntfId, Kiv::String8>{
+                                  {Dravo::IntfId("Vlan10"), ""}, {Dravo::IntfId("Vlan20"), "no"}}));
+  EXPECT_EQ(v4("red", "10.0.0.1/24").netNs, Dravo::NamespaceName("ns-other"));
+  EXPECT_TRUE(v4("red", "10.0.0.1/24").interfaces.empty());
+  EXPECT_EQ(v4("green", "10.0.0.1/24").netNs, Dravo::NamespaceName("ns-green"));
+
+  const Routing::Fhrp::VrfIpPair k6(L3::VrfName("blue"), Dravo::IpGenAddr("2001:db8::1"));
+  ASSERT_TRUE(d.virtualIps6.contains(k6));
+  EXPECT_EQ(d.virtualIps6.at(k6).netNs, Dravo::NamespaceName("ns-b"));
+
+  EXPECT_EQ(parseStateDocument("{}"), Agent::StateDocument());
+}
+
+TEST(StateDocumentTest, UnreadableFileIsRefused) {
+  try {
+    Agent::loadStateDocument("/nonexistent/state.json");
+    ADD_FAILURE() << "accepted";
+  } catch (const StateDocumentError& e) {
+    EXPECT_EQ(e.place(), "");
+    EXPECT_EQ(e.reason(), "cannot read: No such file or directory");
+  }
+}
+
+}  // namespace

@@ -1,0 +1,39 @@
+#!/usr/bin/env bash
+# acl-agent on the example state with --until-idle: exits 0 after flushing
+# the chains in every active VRF namespace and in the default one, and
+# installs the example's virtual IP rules in the right namespaces.
+set -uo pipefail
+# shellcheck source=tests/e2e/agent_common.sh
+source "$(dirname "$0")/agent_common.sh" "$@"
+need_plugin
+
+ip netns add ns-red
+ip netns add ns-blue
+timeout 60 "$agent" --state "$root/examples/state.json" --until-idle \
+  --trace VirtualIpArpMangleSm/6 2>"$work/err"
+rc=$?
+cat "$work/err"
+[ "$rc" -eq 0 ] || fail "acl-agent exited $rc"
+grep -q "^acl-agent: published .*state.json: 4 interfaces, 2 VRFs, 5 IPv4 VIPs, 2 IPv6 VIPs$" \
+  "$work/err" || fail "no summary line"
+
+# Each flush command line, traced at level 6 as it runs.
+for prefix in "ip netns exec ns-red " "ip netns exec ns-blue " ""; do
+  for cmd in "iptables -t mangle -F PREROUTING" "ip6tables -t mangle -F PREROUTING" \
+    "arptables -F OUT"; do
+    grep -q ": $prefix$cmd\$" "$work/err" || fail "not run: $prefix$cmd"
+  done
+done
+[ "$(grep -cx -- "-F OUT" "$FHRP_ARPTABLES_LOG")" -eq 3 ] || fail "arptables flushes: $(cat "$FHRP_ARPTABLES_LOG")"
+
+# The rules themselves, each in its VIP's namespace.
+ip netns exec ns-red iptables -t mangle -S PREROUTING | grep -q -- "-d 10.0.20.1/32 -i vlan20" ||
+  fail "no rule for 10.0.20.1 in ns-red"
+ip netns exec ns-blue iptables -t mangle -S PREROUTING | grep -q -- "-d 10.0.30.1/32 -i vlan30" ||
+  fail "no rule for 10.0.30.1 in ns-blue"
+ip6tables -t mangle -S PREROUTING | grep -q -- "-d 2001:db8:10::1/128 -i vlan10" ||
+  fail "no rule for 2001:db8:10::1 in the default namespace"
+if iptables -t mangle -S PREROUTING | grep -q -- "10.0.20.1"; then
+  fail "a red VIP's rule landed in the default namespace"
+fi
+echo PASS
