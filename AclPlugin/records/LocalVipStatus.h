@@ -37,6 +37,7 @@ class LocalVipStatus : public Kiv::Entity {
   const Dravo::NamespaceName& netNs() const { return netNs_; }
   // The device name installed for intfId; empty when the interface is absent.
   Kiv::String8 intfIdSet(const Dravo::IntfId& intfId) const;
+  bool intfIdSetHas(const Dravo::IntfId& intfId) const { return intfIdSet_.contains(intfId); }
   IntfIdSetIterator intfIdSetIterator() const { return intfIdSet_.iterator(); }
   std::size_t intfIdSetSize() const { return intfIdSet_.size(); }
 

@@ -165,9 +165,23 @@ class VirtualIpArpTablesSm : public Kiv::PtrInterface {
   void handleVrfStatus(L3::VrfName vrfName);
   bool doesNetNsExistsForVrf(L3::VrfName vrfName);
 
-  // Backlog pacing.
+  // Backlog pacing: queue a pair; drain one slice of at most maxProcessTime.
   void doWriteToBacklog(const VrfIpWithMaskPair& vrfIpWithMask, Dravo::IntfId intfId);
   void handleVirtualIpTimerWheel();
+  // Decide one pair from the inputs as they stand now, and act.
+  void doHandleBacklogIp(const VrfIpWithMaskPair& vrfIpWithMask, Dravo::IntfId intfId);
+  void doHandleBacklogIp6(const VrfIpPair& vrfIp, Dravo::IntfId intfId);
+
+  // Workers for one virtual IP on one interface. Adding records the
+  // interface with its device name; deleting uses only what the record holds.
+  void doAddVirtualIpForIntfId(const VrfIpWithMaskPair& vrfIpWithMask, Dravo::IntfId intfId);
+  void doDeleteVirtualIpForIntfId(const VrfIpPair& vrfIp, Dravo::IntfId intfId);
+  void doAddVirtualIp6ForIntfId(const VrfIpPair& vrfIp, Dravo::IntfId intfId);
+  void doDeleteVirtualIp6ForIntfId(const VrfIpPair& vrfIp, Dravo::IntfId intfId);
+  // Virtual-router subnets: one arptables rule per (interface, subnet).
+  void doAddVirtualIpSubnet(const VrfIpWithMaskPair& vrfIpWithMask,
+                            const IntfSubnetPair& intfSubnet);
+  void doDeleteVirtualIpSubnet(const Dravo::IpGenAddr& ip, const IntfSubnetPair& intfSubnet);
 
   // Packet-filter rules of one virtual IP (or subnet) on one device.
   void addIptablesRules(Dravo::NamespaceName ns, Dravo::IpAddr ip, Kiv::String8 dev);
@@ -205,6 +219,14 @@ class VirtualIpArpTablesSm : public Kiv::PtrInterface {
   void doIntfReactorUpkeep(const Kiv::Ptr<const VirtualIpStatusT<Key>>& input);
   template <class F>
   void forEachReactor(F&& f);
+  // The namespace carried by a virtual IP's input entry, through its reactor.
+  Dravo::NamespaceName inputNetNs(const VrfIpWithMaskPair& key) const;
+  Dravo::NamespaceName inputNetNs(const VrfIpPair& key) const;
+  // The shared steps of the IPv4 and IPv6 workers and decisions.
+  template <class Key>
+  void doAddVipIntf(const Key& key, const VrfIpPair& vrfIp, Dravo::IntfId intfId,
+                    const Kiv::String8& shownAddr);
+  void doDeleteVipIntf(const VrfIpPair& vrfIp, Dravo::IntfId intfId);
 
   std::unique_ptr<KivVirtualIpStatus> virtualIpStatus_;
   std::unique_ptr<KivVirtualIp6Status> virtualIp6Status_;
