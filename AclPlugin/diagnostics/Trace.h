@@ -18,3 +18,9 @@ const Kiv::TraceHandle& virtualIpArpMangleSmTrace();
 #define FHRP_TRACE(level, expr)                                     \
   KIV_TRACE_AT(::Routing::Fhrp::virtualIpArpMangleSmTrace(), level, \
                "AclPlugin/VirtualIpArpTablesPlugin", __func__, expr)
+
+// As FHRP_TRACE, for a step shared by several handlers: the record names the
+// handler it runs for.
+#define FHRP_TRACE_IN(function, level, expr)                        \
+  KIV_TRACE_AT(::Routing::Fhrp::virtualIpArpMangleSmTrace(), level, \
+               "AclPlugin/VirtualIpArpTablesPlugin", function, expr)

@@ -15,9 +15,7 @@ namespace {
 Dravo::IpGenAddr logAddress(const Dravo::IpGenPrefix& subnet, const Dravo::IpGenAddr& srcIp) {
   char text[64];
   std::snprintf(text, sizeof text, "%s/%u", srcIp.stringValue().charPtr(), subnet.length());
-  Dravo::IpGenAddr addr{Dravo::Ip6Addr()};
-  addr.stringValueIs(text);
-  return addr;
+  return failedRuleAddress(text);
 }
 
 void doRule(const Dravo::NamespaceName& ns, Verb verb, const Dravo::IpGenPrefix& subnet,

@@ -21,6 +21,12 @@ Kiv::String8 namespacePrefix(const Dravo::NamespaceName& ns) {
   return "ip netns exec " + ns.stringValue() + " ";
 }
 
+Dravo::IpGenAddr failedRuleAddress(std::string_view text) {
+  Dravo::IpGenAddr addr{Dravo::Ip6Addr()};
+  addr.stringValueIs(text);
+  return addr;
+}
+
 void doLogMessageIfNamespaceExists(Dravo::NamespaceName ns, const char* table, const char* action,
                                    Kiv::LogHandle& log, Dravo::IpGenAddr addr,
                                    Kiv::String8 devName) {

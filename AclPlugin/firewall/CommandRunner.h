@@ -6,6 +6,8 @@
 // it runs. Nothing here throws.
 #pragma once
 
+#include <string_view>
+
 #include "platform/dravo/IpGenAddr.h"
 #include "platform/dravo/NamespaceName.h"
 #include "platform/kiv/Log.h"
@@ -24,6 +26,10 @@ Kiv::String8 namespacePrefix(const Dravo::NamespaceName& ns);
 // Reports one failed rule command: a level-0 trace and a raise of `log`
 // with (action, addr, devName). Silent when `ns` cannot be opened any more:
 // a rule command fails routinely once its VRF's namespace is gone.
+// The address a failure report names: the all-zero IPv6 value, then set
+// from the text by the library's initialise-from-text.
+Dravo::IpGenAddr failedRuleAddress(std::string_view text);
+
 void doLogMessageIfNamespaceExists(Dravo::NamespaceName ns, const char* table, const char* action,
                                    Kiv::LogHandle& log, Dravo::IpGenAddr addr,
                                    Kiv::String8 devName);

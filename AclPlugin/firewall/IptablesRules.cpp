@@ -13,18 +13,11 @@ const char* toolName(Family f) {
   return f == Family::v4 ? "iptables" : "ip6tables";
 }
 
-// The logged address: the all-zero IPv6 value, then set from the text.
-Dravo::IpGenAddr logAddress(const Kiv::String8& text) {
-  Dravo::IpGenAddr addr{Dravo::Ip6Addr()};
-  addr.stringValueIs(text.view());
-  return addr;
-}
-
 void doReportIfFailed(int result, const Dravo::NamespaceName& ns, Family family, Verb verb,
                       const Kiv::String8& address, const Kiv::String8& dev) {
   if (result == 0) return;
   doLogMessageIfNamespaceExists(ns, toolName(family), actionWord(verb), FHRP_IPTABLES_ERROR,
-                                logAddress(address), dev);
+                                failedRuleAddress(address.view()), dev);
 }
 
 // ACCEPT first: on adding it must stand ahead of the DROP rule. An add

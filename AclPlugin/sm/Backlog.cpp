@@ -92,21 +92,25 @@ namespace {
 // The decision both families share: a wanted pair is (re)installed, an
 // unwanted one with a record is removed, and an emptied record goes.
 template <class Entry, class Add, class Delete>
-void doDecide(VirtualIpArpTablesSm& sm, const VrfIpPair& vrfIp, Dravo::IntfId intfId,
-              const Kiv::Ptr<Entry>& input, const Kiv::String8& shownAddr, Add add, Delete del) {
+void doDecide(const char* function, VirtualIpArpTablesSm& sm, const VrfIpPair& vrfIp,
+              Dravo::IntfId intfId, const Kiv::Ptr<Entry>& input, const Kiv::String8& shownAddr,
+              Add add, Delete del) {
   Kiv::Ptr<LocalVipStatus> local = sm.localVip(vrfIp);
   const Kiv::String8* value = input ? input->intfIdSet(intfId) : nullptr;
   // A value on the set entry makes the pair unwanted.
   const bool wanted = value && value->empty();
-  FHRP_TRACE(3, "Virtual ip " << shownAddr << " on vrf " << vrfIp.vrfName() << " with interface "
+  FHRP_TRACE_IN(function, 3,
+                "Virtual ip " << shownAddr << " on vrf " << vrfIp.vrfName() << " with interface "
                               << intfId << " changed");
   if (wanted && !local) {
-    FHRP_TRACE(4, "Adding to LocalVipStatus with " << shownAddr << " on vrf " << vrfIp.vrfName());
+    FHRP_TRACE_IN(function, 4,
+                  "Adding to LocalVipStatus with " << shownAddr << " on vrf " << vrfIp.vrfName());
     sm.localVipIs(vrfIp, input->netNs());
     add();
   } else if (wanted) {
     // Always removed and written again: how a changed mask or namespace is taken up.
-    FHRP_TRACE(4, "LocalVipStatus for " << vrfIp.ipAddr() << " with vrf " << vrfIp.vrfName()
+    FHRP_TRACE_IN(function, 4,
+                  "LocalVipStatus for " << vrfIp.ipAddr() << " with vrf " << vrfIp.vrfName()
                                         << " on interface " << intfId
                                         << " exists, cleaning up first");
     del();
@@ -114,8 +118,9 @@ void doDecide(VirtualIpArpTablesSm& sm, const VrfIpPair& vrfIp, Dravo::IntfId in
   } else if (local) {
     del();
     if (local->intfIdSetSize() == 0) {
-      FHRP_TRACE(4, "Deleting from LocalVipStatus with " << vrfIp.ipAddr() << " on vrf "
-                                                         << vrfIp.vrfName());
+      FHRP_TRACE_IN(
+          function, 4,
+          "Deleting from LocalVipStatus with " << vrfIp.ipAddr() << " on vrf " << vrfIp.vrfName());
       sm.localVipDel(vrfIp);
     }
   }
@@ -132,7 +137,7 @@ void VirtualIpArpTablesSm::doHandleBacklogIp(const VrfIpWithMaskPair& vrfIpWithM
   Kiv::Ptr<const VirtualIpStatus> status = virtualIpStatus();
   Kiv::Ptr<VirtualIpIntfStatus> input = status ? status->virtualIp(vrfIpWithMask) : nullptr;
   doDecide(
-      *this, vrfIp, intfId, input, vrfIpWithMask.ipWithMask().stringValue(),
+      "doHandleBacklogIp", *this, vrfIp, intfId, input, vrfIpWithMask.ipWithMask().stringValue(),
       [&] { doAddVirtualIpForIntfId(vrfIpWithMask, intfId); },
       [&] { doDeleteVirtualIpForIntfId(vrfIp, intfId); });
 
@@ -160,7 +165,7 @@ void VirtualIpArpTablesSm::doHandleBacklogIp6(const VrfIpPair& vrfIp, Dravo::Int
              "Routing::Fhrp::VrfIpPair&, Dravo::IntfId)");
   Kiv::Ptr<const VirtualIp6Status> status = virtualIp6Status();
   doDecide(
-      *this, vrfIp, intfId, status ? status->virtualIp(vrfIp) : nullptr,
+      "doHandleBacklogIp6", *this, vrfIp, intfId, status ? status->virtualIp(vrfIp) : nullptr,
       vrfIp.ipAddr().stringValue(), [&] { doAddVirtualIp6ForIntfId(vrfIp, intfId); },
       [&] { doDeleteVirtualIp6ForIntfId(vrfIp, intfId); });
 }

@@ -112,7 +112,9 @@ VirtualIpArpTablesSm::KivAllVrfStatusLocal::KivAllVrfStatusLocal(
 }
 
 void VirtualIpArpTablesSm::KivAllVrfStatusLocal::onVrf(const L3::VrfName& name) {
-  if (canHandle()) sm_->handleVrfStatus(name);
+  // Only teardown stops it: a removed VRF's records are forgotten even by a
+  // state machine whose notifications are off.
+  if (sm_ && !isDying()) sm_->handleVrfStatus(name);
 }
 
 VirtualIpArpTablesSm::KivVirtualIpTimerWheel::KivVirtualIpTimerWheel(

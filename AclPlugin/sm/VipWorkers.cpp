@@ -15,13 +15,14 @@ Dravo::NamespaceName VirtualIpArpTablesSm::inputNetNs(const VrfIpPair& key) cons
 }
 
 template <class Key>
-void VirtualIpArpTablesSm::doAddVipIntf(const Key& key, const VrfIpPair& vrfIp,
-                                        Dravo::IntfId intfId, const Kiv::String8& shownAddr) {
+void VirtualIpArpTablesSm::doAddVipIntf(const char* function, const Key& key,
+                                        const VrfIpPair& vrfIp, Dravo::IntfId intfId,
+                                        const Kiv::String8& shownAddr) {
   Kiv::Ptr<LocalVipStatus> local = localVip(vrfIp);
   if (local && local->intfIdSetHas(intfId)) return;
   Kiv::Ptr<const Interface::IntfStatus> intf = allIntf_ ? allIntf_->intfStatus(intfId) : nullptr;
   if (!intf) {
-    FHRP_TRACE(7, "IntfStatus " << intfId << " does not exist!");
+    FHRP_TRACE_IN(function, 7, "IntfStatus " << intfId << " does not exist!");
     return;
   }
   const Kiv::String8& dev = intf->deviceName();
@@ -29,12 +30,14 @@ void VirtualIpArpTablesSm::doAddVipIntf(const Key& key, const VrfIpPair& vrfIp,
   const Dravo::IpGenAddr& addr = vrfIp.ipAddr();
   // The IPv6 worker traces before its command, the IPv4 one after: kept so.
   if (addr.isV6()) {
-    FHRP_TRACE(4, "Adding interface " << intfId << " to LocalVipStatus with " << shownAddr
+    FHRP_TRACE_IN(function, 4,
+                  "Adding interface " << intfId << " to LocalVipStatus with " << shownAddr
                                       << " on vrf " << vrfIp.vrfName());
     addIp6tablesRules(netNs, addr.v6Addr(), dev);
   } else {
     addIptablesRules(netNs, addr.v4Addr(), dev);
-    FHRP_TRACE(4, "Adding interface " << intfId << " to LocalVipStatus with " << shownAddr
+    FHRP_TRACE_IN(function, 4,
+                  "Adding interface " << intfId << " to LocalVipStatus with " << shownAddr
                                       << " on vrf " << vrfIp.vrfName());
   }
   // Recorded even when the command failed: the failure was logged, and the
@@ -42,12 +45,14 @@ void VirtualIpArpTablesSm::doAddVipIntf(const Key& key, const VrfIpPair& vrfIp,
   Kiv::validPtr(local)->intfIdSetIs(intfId, dev);
 }
 
-void VirtualIpArpTablesSm::doDeleteVipIntf(const VrfIpPair& vrfIp, Dravo::IntfId intfId) {
+void VirtualIpArpTablesSm::doDeleteVipIntf(const char* function, const VrfIpPair& vrfIp,
+                                           Dravo::IntfId intfId) {
   Kiv::Ptr<LocalVipStatus> local = localVip(vrfIp);
   if (!local || !local->intfIdSetHas(intfId)) return;
   const Kiv::String8 dev = local->intfIdSet(intfId);
   const Dravo::IpGenAddr& addr = vrfIp.ipAddr();
-  FHRP_TRACE(4, "Deleting interface " << intfId << " from LocalVipStatus with " << addr
+  FHRP_TRACE_IN(function, 4,
+                "Deleting interface " << intfId << " from LocalVipStatus with " << addr
                                       << " on vrf " << vrfIp.vrfName());
   // The namespace recorded at install time, not the VRF's current one.
   if (addr.isV6())
@@ -63,7 +68,7 @@ void VirtualIpArpTablesSm::doAddVirtualIpForIntfId(const VrfIpWithMaskPair& vrfI
   FHRP_TRACE(8,
              "void Routing::Fhrp::VirtualIpArpTablesSm::doAddVirtualIpForIntfId(const "
              "Routing::Fhrp::VrfIpWithMaskPair&, Dravo::IntfId)");
-  doAddVipIntf(vrfIpWithMask, vrfIpWithMask.vrfIp(), intfId,
+  doAddVipIntf("doAddVirtualIpForIntfId", vrfIpWithMask, vrfIpWithMask.vrfIp(), intfId,
                vrfIpWithMask.ipWithMask().stringValue());
 }
 
@@ -72,14 +77,14 @@ void VirtualIpArpTablesSm::doDeleteVirtualIpForIntfId(const VrfIpPair& vrfIp,
   FHRP_TRACE(8,
              "void Routing::Fhrp::VirtualIpArpTablesSm::doDeleteVirtualIpForIntfId(const "
              "Routing::Fhrp::VrfIpPair&, Dravo::IntfId)");
-  doDeleteVipIntf(vrfIp, intfId);
+  doDeleteVipIntf("doDeleteVirtualIpForIntfId", vrfIp, intfId);
 }
 
 void VirtualIpArpTablesSm::doAddVirtualIp6ForIntfId(const VrfIpPair& vrfIp, Dravo::IntfId intfId) {
   FHRP_TRACE(8,
              "void Routing::Fhrp::VirtualIpArpTablesSm::doAddVirtualIp6ForIntfId(const "
              "Routing::Fhrp::VrfIpPair&, Dravo::IntfId)");
-  doAddVipIntf(vrfIp, vrfIp, intfId, vrfIp.ipAddr().stringValue());
+  doAddVipIntf("doAddVirtualIp6ForIntfId", vrfIp, vrfIp, intfId, vrfIp.ipAddr().stringValue());
 }
 
 void VirtualIpArpTablesSm::doDeleteVirtualIp6ForIntfId(const VrfIpPair& vrfIp,
@@ -87,7 +92,7 @@ void VirtualIpArpTablesSm::doDeleteVirtualIp6ForIntfId(const VrfIpPair& vrfIp,
   FHRP_TRACE(8,
              "void Routing::Fhrp::VirtualIpArpTablesSm::doDeleteVirtualIp6ForIntfId(const "
              "Routing::Fhrp::VrfIpPair&, Dravo::IntfId)");
-  doDeleteVipIntf(vrfIp, intfId);
+  doDeleteVipIntf("doDeleteVirtualIp6ForIntfId", vrfIp, intfId);
 }
 
 }  // namespace Routing::Fhrp

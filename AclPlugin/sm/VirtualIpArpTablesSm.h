@@ -223,10 +223,11 @@ class VirtualIpArpTablesSm : public Kiv::PtrInterface {
   Dravo::NamespaceName inputNetNs(const VrfIpWithMaskPair& key) const;
   Dravo::NamespaceName inputNetNs(const VrfIpPair& key) const;
   // The shared steps of the IPv4 and IPv6 workers and decisions.
+  // `function` names the worker in trace records.
   template <class Key>
-  void doAddVipIntf(const Key& key, const VrfIpPair& vrfIp, Dravo::IntfId intfId,
-                    const Kiv::String8& shownAddr);
-  void doDeleteVipIntf(const VrfIpPair& vrfIp, Dravo::IntfId intfId);
+  void doAddVipIntf(const char* function, const Key& key, const VrfIpPair& vrfIp,
+                    Dravo::IntfId intfId, const Kiv::String8& shownAddr);
+  void doDeleteVipIntf(const char* function, const VrfIpPair& vrfIp, Dravo::IntfId intfId);
 
   std::unique_ptr<KivVirtualIpStatus> virtualIpStatus_;
   std::unique_ptr<KivVirtualIp6Status> virtualIp6Status_;

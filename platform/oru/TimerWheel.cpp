@@ -52,17 +52,19 @@ void TimerWheel::doArm() const {
   for (auto& [n, r] : pending_) armedTick_ = std::min(armedTick_, r.dueTick);
   if (armedTick_ == noTick) return;
   double when = static_cast<double>(armedTick_) * tickMsecs_ / 1000.0;
-  loopTimer_ = am_->timerIs(when, [this] {
+  loopTimer_ = am_->timerIs(when, [this, tick = armedTick_] {
     loopTimer_ = 0;
     armedTick_ = noTick;
-    doTick();
+    doTick(tick);
   });
 }
 
-void TimerWheel::doTick() const {
+void TimerWheel::doTick(std::uint64_t reached) const {
   Kiv::Ptr<const TimerWheel> self(this);  // a callback may drop the last reference
-  std::uint64_t nowTick =
-      static_cast<std::uint64_t>(std::floor(clock_->now() * 1000.0 / tickMsecs_ + 1e-9));
+  // The loop fired for `reached`, so that tick has come even where converting
+  // the clock back to ticks rounds just below it.
+  std::uint64_t nowTick = std::max(
+      reached, static_cast<std::uint64_t>(std::floor(clock_->now() * 1000.0 / tickMsecs_ + 1e-9)));
   if (nowTick <= lastTick_) {
     doArm();
     return;

@@ -54,7 +54,7 @@ class TimerWheel : public Kiv::Entity {
   };
   void requestIs(NotifieeConst* n, double t) const;
   void requestDel(NotifieeConst* n) const;
-  void doTick() const;
+  void doTick(std::uint64_t reached) const;
   void doArm() const;
   std::uint64_t tickAtOrAfter(double t) const;
 
