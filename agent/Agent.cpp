@@ -52,11 +52,22 @@ AclAgent::~AclAgent() {
 }
 
 int AclAgent::run() {
-  if (!doStart()) return 1;
-  if (options_.untilIdle) {
-    while (!loop_->stopped() && !loop_->idle()) loop_->runOnce(1.0);
-  } else {
-    loop_->run();
+  try {
+    if (!doStart()) return 1;
+    while (!loop_->stopped()) {
+      if (loop_->idle() && pending_)
+        doPublishPending(true);
+      else if (loop_->idle() && options_.untilIdle)
+        break;
+      else
+        loop_->runOnce(1.0);
+    }
+  } catch (const std::exception& e) {
+    std::cerr << "acl-agent: internal error: " << e.what() << "\n";
+    return 1;
+  } catch (...) {
+    std::cerr << "acl-agent: internal error: unknown exception\n";
+    return 1;
   }
   return 0;
 }
@@ -103,6 +114,7 @@ void AclAgent::doWatchSignals() {
   signalPipeWrite = fds[1];
   struct sigaction sa = {};
   sa.sa_handler = onSignal;
+  sa.sa_flags = SA_RESTART;
   sigemptyset(&sa.sa_mask);
   for (int sig : {SIGTERM, SIGINT, SIGHUP}) ::sigaction(sig, &sa, nullptr);
   loop_->fdIs(signalFd_, [this] { handleSignals(); });
@@ -130,11 +142,28 @@ bool AclAgent::doPublishStateFile(bool reload) {
     if (reload) std::cerr << "acl-agent: reload refused; the state in force stays\n";
     return false;
   }
-  const std::size_t changes = publisher_->publish(next);
-  std::cerr << "acl-agent: published " << file << ": " << summary(next);
+  // Behind a phase 1, this reload's or an earlier one's, the target waits.
+  const bool waiting = pending_.has_value();
+  std::optional<StateDocument> first = reloadPhaseOne(publisher_->current(), next);
+  if (first) {
+    const std::size_t withdrawn = publisher_->publish(*first);
+    pendingChanges_ += withdrawn;
+    std::cerr << "acl-agent: published " << file << ", phase 1 of 2: " << withdrawn
+              << " virtual IPs withdrawn\n";
+  }
+  pending_ = std::move(next);
+  if (!first && !waiting) doPublishPending(reload);
+  return true;
+}
+
+void AclAgent::doPublishPending(bool reload) {
+  const StateDocument next = std::move(*pending_);
+  pending_.reset();
+  const std::size_t changes = pendingChanges_ + publisher_->publish(next);
+  pendingChanges_ = 0;
+  std::cerr << "acl-agent: published " << options_.stateFile << ": " << summary(next);
   if (reload) std::cerr << " (" << changes << " changes)";
   std::cerr << "\n";
-  return true;
 }
 
 void AclAgent::handleSignals() {

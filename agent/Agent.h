@@ -7,15 +7,28 @@
 // watched, so a file replaced by rename is seen; changes within 0.1 s make
 // one reload). A reload is all or nothing: a refused document changes
 // nothing and the agent goes on with the state in force. SIGTERM and SIGINT
-// stop the loop; the exit status is then 0.
+// stop the loop; the exit status is then 0. An exception that escapes the
+// loop ends the agent with status 1 and an "internal error" message.
+//
+// Reload phases (see Publisher.h): a reload that withdraws virtual IPs
+// publishes phase 1 (the withdrawals) at once and phase 2 (the new
+// document) once the loop is idle: no posted work and no timer, which also
+// means the plug-in's timer wheel has nothing pending. A reload that comes
+// while phase 2 waits replaces its target: the phases are computed again
+// from the state in force, and the new target too waits for the idle loop.
+// --until-idle never exits while phase 2 waits.
 //
 // Messages go to stderr, one line each:
+//   acl-agent: published FILE, phase 1 of 2: N virtual IPs withdrawn
 //   acl-agent: published FILE: 3 interfaces, 2 VRFs, 4 IPv4 VIPs, 1 IPv6 VIPs[ (N changes)]
+//     (on reload, N counts the changes of both phases)
 //   acl-agent: FILE: PLACE: REASON
+//   acl-agent: internal error: WHAT
 // One agent per process: it installs signal handlers and the process's loop.
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -42,8 +55,11 @@ class AclAgent {
   bool doLoadPlugins();
   void doWatchSignals();
   void doWatchStateFile();
-  // Publishes the state file; false (with the message printed) when refused.
+  // Publishes the state file, or its phase 1; false (with the message
+  // printed) when refused.
   bool doPublishStateFile(bool reload);
+  // Phase 2, or the only one: publishes the waiting target.
+  void doPublishPending(bool reload);
   void handleSignals();
   void handleStateDirEvents();
 
@@ -56,6 +72,8 @@ class AclAgent {
   int signalFd_ = -1;           // read end of the signal handler's pipe
   int inotifyFd_ = -1;
   Kiv::ActivityManager::TimerId reloadTimer_ = 0;
+  std::optional<StateDocument> pending_;  // phase 2's target, while it waits
+  std::size_t pendingChanges_ = 0;        // made by phase 1 of the reload
 };
 
 }  // namespace Agent

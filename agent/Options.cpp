@@ -21,6 +21,7 @@ Options parseOptions(int argc, const char* const* argv) {
       if (o.stateFile.empty()) throw UsageError("--state needs a file name");
     } else if (name == "--plugin") {
       o.plugins.push_back(value());
+      if (o.plugins.back().empty()) throw UsageError("--plugin needs a file name");
     } else if (name == "--trace") {
       o.traces.push_back(value());
     } else if (arg == "--until-idle") {

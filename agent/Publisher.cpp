@@ -55,7 +55,28 @@ std::size_t publishVipChanges(Status& status, const std::map<Key, VipEntry>& fro
   return n;
 }
 
+// Drops from `vips` each entry that `next` lacks (an IPv4 key with another
+// mask is another key) or places in another namespace.
+template <class Key>
+void withdrawFrom(std::map<Key, VipEntry>& vips, const std::map<Key, VipEntry>& next) {
+  std::erase_if(vips, [&](const auto& entry) {
+    auto it = next.find(entry.first);
+    return it == next.end() || it->second.netNs != entry.second.netNs;
+  });
+}
+
 }  // namespace
+
+std::optional<StateDocument> reloadPhaseOne(const StateDocument& current,
+                                            const StateDocument& next) {
+  StateDocument first = current;
+  withdrawFrom(first.virtualIps, next.virtualIps);
+  withdrawFrom(first.virtualIps6, next.virtualIps6);
+  if (first.virtualIps.size() == current.virtualIps.size() &&
+      first.virtualIps6.size() == current.virtualIps6.size())
+    return std::nullopt;
+  return first;
+}
 
 Publisher::Publisher(Kiv::Ptr<Mirel::EntityManager> em)
     : vip_(new Routing::Fhrp::VirtualIpStatus("virtualIpStatus")),

@@ -18,9 +18,23 @@
 //   7. interfaces removed.
 //
 // Single-threaded: call on the event-loop thread.
+//
+// A reload that withdraws virtual IPs goes in two phases (the agent drives
+// them; reloadPhaseOne computes the first). The plug-in decides each queued
+// (virtual IP, interface) pair later, at a tick of its timer wheel, from the
+// inputs as they then stand; it keeps one record per VRF and address
+// (without the mask) and forgets a VRF's records as soon as the VRF goes.
+// In one step, a virtual IP whose mask or namespace changes, or that goes
+// with its VRF, would keep rules it should lose or lose rules it should
+// keep, by the order of the decisions. Hence:
+//   phase 1: the document in force less every virtual IP that the new one
+//     drops, moves to another namespace or (IPv4) gives another mask;
+//     everything else stays as in force;
+//   phase 2, once the plug-in has drained its backlog: the new document.
 #pragma once
 
 #include <cstddef>
+#include <optional>
 
 #include "agent/StateDocument.h"
 #include "platform/interface/IntfStatus.h"
@@ -30,6 +44,11 @@
 #include "platform/routing/VirtualRouterMacStatus.h"
 
 namespace Agent {
+
+// Phase 1 of the reload from `current` to `next` (see above); nothing when
+// it would equal `current`, so that `next` can be published at once.
+std::optional<StateDocument> reloadPhaseOne(const StateDocument& current,
+                                            const StateDocument& next);
 
 class Publisher {
  public:

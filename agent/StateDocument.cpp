@@ -78,6 +78,19 @@ std::string safeName(const Json& j, const std::string& at, std::size_t maxLen, c
       refuse(at, std::string(what) + " " + inQuotes(s) + " may hold only A-Z a-z 0-9 _ . @ : + -");
   }
   if (s[0] == '-') refuse(at, std::string(what) + " " + inQuotes(s) + " must not start with '-'");
+  // Not a file name in /run/netns, and not a device name to the kernel.
+  if (s == "." || s == "..") refuse(at, std::string(what) + " " + inQuotes(s) + " is not allowed");
+  return s;
+}
+
+// A device name: safe, and one the kernel and iptables take literally.
+std::string deviceName(const Json& j, const std::string& at) {
+  std::string s = safeName(j, at, 15, "device name");
+  if (s.find('+') != std::string::npos)
+    refuse(at,
+           "device name " + inQuotes(s) + " must not hold '+' (iptables reads it as a wildcard)");
+  if (s.find(':') != std::string::npos)
+    refuse(at, "device name " + inQuotes(s) + " must not hold ':' (the kernel refuses it)");
   return s;
 }
 
@@ -96,7 +109,7 @@ void parseInterfaces(const Json& j, const std::string& at, StateDocument& doc) {
     if (id.empty()) refuse(here, "empty interface id");
     onlyFields(needObject(value, here), here, {"device"});
     doc.interfaces[Dravo::IntfId(id)] =
-        safeName(required(value, here, "device"), member(here, "device"), 15, "device name");
+        deviceName(required(value, here, "device"), member(here, "device"));
   }
 }
 
@@ -147,6 +160,8 @@ Routing::Fhrp::VrfIpWithMaskPair vipKey(Routing::Fhrp::VrfIpWithMaskPair*, const
     refuse(at, e.what());
   }
   if (!a.address().isV4()) refuse(at, inQuotes(text) + " is not an IPv4 address");
+  if (a.maskLen() == 0)
+    refuse(at, inQuotes(text) + ": a virtual IP's prefix length must be 1 to 32");
   return {vrf, a};
 }
 
@@ -181,10 +196,19 @@ void parseVipInterfaces(const Json& j, const std::string& at, const StateDocumen
   }
 }
 
+// What the plug-in keys its records by: VRF and address, without the mask.
+Routing::Fhrp::VrfIpPair recordKey(const Routing::Fhrp::VrfIpWithMaskPair& k) {
+  return k.vrfIp();
+}
+Routing::Fhrp::VrfIpPair recordKey(const Routing::Fhrp::VrfIpPair& k) {
+  return k;
+}
+
 template <class Key>
 void parseVips(const Json& j, const std::string& at, const StateDocument& doc,
                std::map<Key, VipEntry>& out) {
-  std::map<Key, std::string> seen;  // key -> where it was first given
+  // Record key -> the key and where it was first given.
+  std::map<Routing::Fhrp::VrfIpPair, std::pair<Key, std::string>> seen;
   for (std::size_t i = 0; i < needArray(j, at).size(); ++i) {
     const std::string here = item(at, i);
     const Json& e = needObject(j[i], here);
@@ -195,23 +219,41 @@ void parseVips(const Json& j, const std::string& at, const StateDocument& doc,
     const std::string address = member(here, "address");
     const Key key = vipKey(static_cast<Key*>(nullptr), vrf,
                            needString(required(e, here, "address"), address), address);
-    VipEntry vip;
+    // The plug-in installs only in a VRF whose status says its namespace is usable.
     auto listed = doc.vrfs.find(vrf);
+    if (listed == doc.vrfs.end() && !vrf.isDefault())
+      refuse(here, "VRF " + inQuotes(vrf.stringValue().view()) +
+                       " is not in /vrfs: its virtual IPs would never be installed");
+    VipEntry vip;
     if (e.contains("namespace"))
       vip.netNs = Dravo::NamespaceName(
           safeName(e["namespace"], member(here, "namespace"), 64, "namespace"));
-    else if (listed != doc.vrfs.end())
-      vip.netNs = listed->second.netNs;
-    else if (vrf.isDefault())
-      vip.netNs = Dravo::DEFAULT_NS;
     else
-      refuse(here, "VRF " + inQuotes(vrf.stringValue().view()) +
-                       " is not in /vrfs: give the virtual IP a \"namespace\"");
+      vip.netNs = listed != doc.vrfs.end() ? listed->second.netNs : Dravo::DEFAULT_NS;
     if (e.contains("interfaces"))
       parseVipInterfaces(e["interfaces"], member(here, "interfaces"), doc, vip);
-    if (auto [it, fresh] = seen.emplace(key, here); !fresh)
-      refuse(here, "duplicate virtual IP, first given at " + it->second);
+    if (auto [it, fresh] = seen.try_emplace(recordKey(key), key, here); !fresh)
+      refuse(here, it->second.first == key
+                       ? "duplicate virtual IP, first given at " + it->second.second
+                       : "the address is given at " + it->second.second +
+                             " with another prefix length (one record per VRF and address)");
     out.emplace(key, std::move(vip));
+  }
+}
+
+// A multicast MAC is never a router's own; the lumo MAC is the ARP sender
+// MAC of the subnet rule each IPv4 virtual IP under /32 gets.
+void checkMacs(const StateDocument& doc) {
+  for (auto [mac, name] : {std::pair(doc.lumoMac, "lumo"), std::pair(doc.vrrpMac, "vrrp")})
+    if (mac.bytes()[0] & 1)
+      refuse(member("/virtualRouterMac", name), mac.stringValue().stdString() + " is multicast");
+  if (!doc.lumoMac.isZero()) return;
+  for (const auto& [key, vip] : doc.virtualIps) {
+    if (key.ipWithMask().maskLen() == 32) continue;
+    const std::string which = key.ipWithMask().stringValue().stdString() + " in VRF " +
+                              inQuotes(key.vrfName().stringValue().view());
+    refuse("/virtualRouterMac/lumo", "missing or all zero, but the virtual IP " + which +
+                                         " needs it as the sender MAC of its ARP rule");
   }
 }
 
@@ -244,6 +286,7 @@ StateDocument parseStateDocument(std::string_view text) {
     parseVips(root["virtualIps"], "/virtualIps", doc, doc.virtualIps);
   if (root.contains("virtualIps6"))
     parseVips(root["virtualIps6"], "/virtualIps6", doc, doc.virtualIps6);
+  checkMacs(doc);
   return doc;
 }
 

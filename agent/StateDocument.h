@@ -14,22 +14,29 @@
 // - vrfs: VRF name (at most 100 bytes) -> { "state": "active" (default) |
 //   "inactive" | "deleting", "namespace": required, except for the VRF
 //   "default", where it defaults to "default" }.
-// - virtualRouterMac: "lumo" and "vrrp", each six hex bytes; absent is zero.
-// - virtualIps: IPv4; "address" (required) with a prefix length, or without
-//   one, which means /32. virtualIps6: IPv6, an address without prefix length.
-//   "vrf" defaults to "default". "namespace" defaults to the VRF's namespace
-//   ("default" for the VRF "default"); a virtual IP in a VRF that /vrfs does
-//   not list must name its namespace, since nothing else could tell it.
+// - virtualRouterMac: "lumo" and "vrrp", each six hex bytes, not multicast;
+//   absent is zero. "lumo" must be set (not zero) when any IPv4 virtual IP
+//   has a prefix length under 32: its subnet's arptables rule rewrites the
+//   ARP sender MAC to it.
+// - virtualIps: IPv4; "address" (required) with a prefix length of 1 to 32,
+//   or without one, which means /32. virtualIps6: IPv6, an address without
+//   prefix length. "vrf" defaults to "default"; any other VRF must be in
+//   /vrfs (the plug-in installs only in a VRF whose status says its
+//   namespace is usable). "namespace" defaults to the VRF's namespace
+//   ("default" for the VRF "default").
 //   "interfaces": a list of interface ids (each carries the virtual IP), or an
 //   object id -> text (a non-empty text makes the pair unwanted); every id
-//   must be in /interfaces. Two entries with the same key (VRF and address,
-//   IPv4 also the prefix length) are refused.
+//   must be in /interfaces. Two entries with the same VRF and address are
+//   refused, for IPv4 even with different prefix lengths: the plug-in keeps
+//   one record per VRF and address.
 // Namespace and device names go unquoted into the plug-in's shell command
 // lines ("ip netns exec <ns> iptables ... -i <dev> ..."), so they are limited
-// to [A-Za-z0-9_.@:+-] and may not start with '-' (an option to ip or
-// iptables). Lengths: a device name is at most 15 bytes (the kernel's
-// IFNAMSIZ less its NUL); a namespace name at most 64, a bound well inside
-// the file-name limit of /run/netns that still leaves the lines readable.
+// to [A-Za-z0-9_.@:+-], may not start with '-' (an option to ip or
+// iptables) and may not be "." or "..". A device name holds neither '+'
+// (an iptables wildcard) nor ':' (the kernel refuses it). Lengths: a device
+// name is at most 15 bytes (the kernel's IFNAMSIZ less its NUL); a namespace
+// name at most 64, a bound well inside the file-name limit of /run/netns
+// that still leaves the lines readable.
 // Of a JSON object with a repeated member the last one counts (the parser's
 // rule).
 #pragma once

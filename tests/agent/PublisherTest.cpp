@@ -199,6 +199,7 @@ TEST(PublisherTest, ReloadPublishesWhatVirtualIpsUseFirstAndRemovesItLast) {
   const char* const next = R"({
     "interfaces": {"Vlan10": {"device": "vlan10"}, "Vlan30": {"device": "vlan30"}},
     "vrfs": {"blue": {"namespace": "ns-blue"}},
+    "virtualRouterMac": {"lumo": "02:1c:73:00:00:99"},
     "virtualIps": [{"address": "10.0.0.1/24", "interfaces": ["Vlan10", "Vlan30"]},
                    {"vrf": "blue", "address": "10.1.0.1/24", "interfaces": ["Vlan30"]}],
     "virtualIps6": [{"vrf": "blue", "address": "2001:db8::1", "interfaces": ["Vlan30"]}]

@@ -146,8 +146,9 @@ TEST_F(FirewallKernelTest, ArptablesLinesReachTheToolInTheirNamespace) {
   std::vector<std::string> recorded;
   std::ifstream in(log);
   for (std::string line; std::getline(in, line);) recorded.push_back(line);
-  EXPECT_EQ(recorded, (std::vector<std::string>{"-A " + rule, "-D " + rule, "-A " + rule,
-                                                "-D " + rule, "-D " + rule}));
+  EXPECT_EQ(recorded, (std::vector<std::string>{"[default] -A " + rule, "[default] -D " + rule,
+                                                "[green] -A " + rule, "[green] -D " + rule,
+                                                "[green] -D " + rule}));
   netns("del", green);
   std::system(("rm -rf " + std::string(dir)).c_str());
 }

@@ -1,0 +1,80 @@
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent/Publisher.h"
+
+namespace {
+
+using Agent::parseStateDocument;
+using Agent::reloadPhaseOne;
+using Agent::StateDocument;
+using V4 = Routing::Fhrp::VrfIpWithMaskPair;
+using V6 = Routing::Fhrp::VrfIpPair;
+
+const std::string kCurrent = R"({
+  "interfaces": {"Vlan10": {"device": "vlan10"}, "Vlan20": {"device": "vlan20"}},
+  "vrfs": {"red": {"namespace": "ns-red"}},
+  "virtualRouterMac": {"lumo": "02:1c:73:00:00:99"},
+  "virtualIps": [{"address": "10.0.0.1/24", "interfaces": ["Vlan10"]},
+                 {"vrf": "red", "address": "10.1.0.1/24", "interfaces": ["Vlan20"]}],
+  "virtualIps6": [{"vrf": "red", "address": "2001:db8::1", "interfaces": ["Vlan20"]}]
+})";
+
+std::string edited(std::string s, const std::string& from, const std::string& to) {
+  s.replace(s.find(from), from.size(), to);
+  return s;
+}
+
+TEST(ReloadPhasesTest, WithdrawsFirstWhatTheNextDocumentDropsOrMoves) {
+  const StateDocument current = parseStateDocument(kCurrent);
+  const V4 red4(L3::VrfName("red"), Dravo::IpGenAddrWithMask("10.1.0.1/24"));
+  const V6 red6(L3::VrfName("red"), Dravo::IpGenAddr("2001:db8::1"));
+  // The document in force less the given virtual IPs; all else as in force.
+  auto without = [&](bool v4, bool v6) {
+    StateDocument d = current;
+    if (v4) d.virtualIps.erase(red4);
+    if (v6) d.virtualIps6.erase(red6);
+    return d;
+  };
+  struct Case {
+    const char* what;
+    std::string next;
+    StateDocument phaseOne;
+  };
+  const Case cases[] = {
+      {"mask change: the old key goes first", edited(kCurrent, "10.1.0.1/24", "10.1.0.1/25"),
+       without(true, false)},
+      {"namespace of one virtual IP",
+       edited(kCurrent, R"("10.1.0.1/24",)", R"("10.1.0.1/24", "namespace": "ns-x",)"),
+       without(true, false)},
+      {"VRF namespace: its virtual IPs move, the VRF waits",
+       edited(kCurrent, R"("ns-red")", R"("ns-blue")"), without(true, true)},
+      {"VRF removed with its virtual IPs: they go while it stays", R"({
+         "interfaces": {"Vlan10": {"device": "vlan10"}},
+         "virtualRouterMac": {"lumo": "02:1c:73:00:00:99"},
+         "virtualIps": [{"address": "10.0.0.1/24", "interfaces": ["Vlan10"]}]})",
+       without(true, true)},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    const std::optional<StateDocument> first = reloadPhaseOne(current, parseStateDocument(c.next));
+    ASSERT_TRUE(first.has_value());
+    EXPECT_TRUE(*first == c.phaseOne);
+  }
+
+  // Nothing withdrawn: the next document is published at once.
+  const std::vector<std::string> direct = {
+      kCurrent,
+      edited(kCurrent, R"(["Vlan10"]})", R"(["Vlan10", "Vlan20"]}, {"address": "10.0.0.2/24"})"),
+      edited(kCurrent, R"("interfaces": ["Vlan20"]}])", R"("interfaces": {"Vlan20": "no"}}])"),
+      edited(edited(kCurrent, "00:00:99", "00:00:98"), R"("ns-red"}})",
+             R"("ns-red", "state": "inactive"}, "blue": {"namespace": "ns-blue"}})"),
+  };
+  for (const std::string& next : direct)
+    EXPECT_FALSE(reloadPhaseOne(current, parseStateDocument(next)).has_value()) << next;
+}
+
+}  // namespace
