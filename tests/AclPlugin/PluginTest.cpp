@@ -15,10 +15,7 @@ struct PluginObserver : VirtualIpArpTablesPlugin::NotifieeConst {
   int sms = 0;
   int contexts = 0;
   bool throwing = false;
-  void onVirtualIpArpTablesSm() override {
-    ++sms;
-    if (throwing) throw std::runtime_error("observer failed");
-  }
+  void onVirtualIpArpTablesSm() override { ++sms; }
   void onContext() override {
     ++contexts;
     if (throwing) throw std::runtime_error("observer failed");
@@ -31,8 +28,8 @@ class PluginTest : public ::testing::Test {
   PluginTest() {
     FakeSystem::reset();
     em->entityIs("routing/fhrp/virtualIpStatus", vip);
-    em->entityIs("routing6/fhrp/virtualIpStatus", vip6);
-    em->entityIs("routing/fhrp/vrMacStatus", vrMac);
+    em->entityIs("routing6/fhrp/virtualIpStatus", new VirtualIp6Status());
+    em->entityIs("routing/fhrp/vrMacStatus", new VirtualRouterMacStatus());
     em->entityIs("interface/status/all", allIntf);
     em->entityIs(Cell::path("ip/vrf/status/local", 0), allVrf);
   }
@@ -47,8 +44,6 @@ class PluginTest : public ::testing::Test {
   Kiv::Ptr<Mirel::EntityManager> em = new Mirel::EntityManager();
   Kiv::Ptr<Acl::PluginContext> context = new Acl::PluginContext(em);
   Kiv::Ptr<VirtualIpStatus> vip = new VirtualIpStatus();
-  Kiv::Ptr<VirtualIp6Status> vip6 = new VirtualIp6Status();
-  Kiv::Ptr<VirtualRouterMacStatus> vrMac = new VirtualRouterMacStatus();
   Kiv::Ptr<Interface::AllIntfStatusDir> allIntf = new Interface::AllIntfStatusDir();
   Kiv::Ptr<Ip::AllVrfStatusLocal> allVrf = new Ip::AllVrfStatusLocal();
 };
@@ -62,22 +57,17 @@ TEST_F(PluginTest, LoaderRegistersAtLoadTimeAndInitRunsTheWholeRoad) {
   ASSERT_NE(reg, regs.end());
   EXPECT_EQ(reg->loaderName, "Acl::DefaultPluginLoader");
   EXPECT_EQ(reg->initCaller, virtualIpArpTablesPluginLoader().initCaller());
-  EXPECT_FALSE(virtualIpArpTablesPluginLoader().plugin());
 
   TraceCapture traces("VirtualIpArpMangleSm/0");
   Acl::DefaultPluginLoader().doInit(context.ptr());
   Kiv::Ptr<VirtualIpArpTablesPlugin> plugin = virtualIpArpTablesPluginLoader().plugin();
   ASSERT_TRUE(plugin);
-  EXPECT_EQ(plugin->name(), "VirtualIpArpTablesPlugin");
   EXPECT_EQ(plugin->context(), context);
   // Mounts complete later, on the loop, never inside init.
   EXPECT_FALSE(plugin->virtualIpArpTablesSm());
-  EXPECT_TRUE(FakeSystem::commands().empty());
   loop.runUntilIdle();
   ASSERT_TRUE(plugin->virtualIpArpTablesSm());
   EXPECT_TRUE(plugin->virtualIpArpTablesSm()->hasNotificationActive());
-  EXPECT_EQ(plugin->virtualIpArpTablesSm()->virtualIpStatus(), vip);
-  EXPECT_EQ(plugin->virtualIpArpTablesSm()->allVrfStatusLocal(), allVrf);
   EXPECT_EQ(FakeSystem::commands().size(), 3u);
   EXPECT_THAT(traces.at(0),
               ElementsAre("virtual void Routing::Fhrp::VirtualIpArpTablesPluginLoader::init("
@@ -118,9 +108,9 @@ TEST_F(PluginTest, SameInputsKeepTheStateMachineAnotherInputReplacesIt) {
   loop.runUntilIdle();
   Kiv::Ptr<VirtualIpArpTablesSm> first = plugin->virtualIpArpTablesSm();
   ASSERT_TRUE(first);
-  EXPECT_EQ(observer.sms, 1);
   FakeSystem::reset();
 
+  // The status is not examined: a failed one with the same entities keeps it.
   plugin->doMountsComplete(Mirel::MountStatus{Mirel::MountStatus::failed, "x"}, em);
   EXPECT_EQ(plugin->virtualIpArpTablesSm(), first);
   EXPECT_EQ(observer.sms, 1);
@@ -134,18 +124,13 @@ TEST_F(PluginTest, SameInputsKeepTheStateMachineAnotherInputReplacesIt) {
   EXPECT_EQ(second->allVrfStatusLocal(), newVrfs);
   EXPECT_EQ(observer.sms, 2);
   EXPECT_EQ(FakeSystem::commands().size(), 3u);  // the new one flushes from scratch
-  // Only this test holds the old one now.
-  EXPECT_EQ(first->references(), 1u);
+  EXPECT_EQ(first->references(), 1u) << "only this test holds the old one now";
   first = nullptr;
   EXPECT_EQ(allVrf->notifieeCount(), 0u);
-  EXPECT_EQ(newVrfs->notifieeCount(), 1u);
 
-  // Deleting turns notifications off and notifies.
-  Kiv::Ptr<VirtualIpArpTablesSm> old = plugin->virtualIpArpTablesSmDel();
-  EXPECT_EQ(old, second);
-  EXPECT_FALSE(old->hasNotificationActive());
-  EXPECT_FALSE(plugin->virtualIpArpTablesSm());
-  EXPECT_EQ(observer.sms, 3);
+  // Deleting turns notifications off and notifies, once.
+  EXPECT_EQ(plugin->virtualIpArpTablesSmDel(), second);
+  EXPECT_FALSE(second->hasNotificationActive());
   EXPECT_FALSE(plugin->virtualIpArpTablesSmDel());
   EXPECT_EQ(observer.sms, 3);
   observer.notifierIs(nullptr);
@@ -159,15 +144,13 @@ TEST_F(PluginTest, ContextNotifiesOnlyOnChangeAndSurvivesThrowingObservers) {
   thrower.notifierIs(plugin);
   counter.notifierIs(plugin);
   plugin->contextIs(context);
-  EXPECT_EQ(counter.contexts, 1);
-  EXPECT_EQ(thrower.contexts, 1);
   plugin->contextIs(context);
   EXPECT_EQ(counter.contexts, 1);
   plugin->contextIs(new Acl::PluginContext(em));
   EXPECT_EQ(counter.contexts, 2);
+  EXPECT_EQ(thrower.contexts, 2);
   EXPECT_EQ(plugin->attributeString(258), "virtualIpArpTablesSm");
   EXPECT_EQ(plugin->attributeString(259), "context");
-  EXPECT_EQ(plugin->attributeString(7), "unknown");
   thrower.notifierIs(nullptr);
   counter.notifierIs(nullptr);
 }

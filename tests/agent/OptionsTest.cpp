@@ -26,8 +26,15 @@ TEST(OptionsTest, ParsesEveryOptionAndRefusesBadUsage) {
   EXPECT_TRUE(parse({"--help"}).help);
   EXPECT_FALSE(parse({}).untilIdle);
 
-  for (const std::vector<const char*>& bad : std::vector<std::vector<const char*>>{
-           {"--state"}, {"--state="}, {"--plugin"}, {"--until-idle=1"}, {"state.json"}, {"-x"}}) {
+  for (const std::vector<const char*>& bad :
+       std::vector<std::vector<const char*>>{{"--state"},
+                                             {"--state="},
+                                             {"--plugin"},
+                                             {"--plugin", ""},
+                                             {"--plugin="},
+                                             {"--until-idle=1"},
+                                             {"state.json"},
+                                             {"-x"}}) {
     EXPECT_THROW(parse(bad), Agent::UsageError) << bad[0];
   }
 }

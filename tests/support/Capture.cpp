@@ -4,7 +4,8 @@ TraceCapture::TraceCapture(const std::string& levels)
     : facility_(levels.substr(0, levels.rfind('/'))) {
   Kiv::traceConfigIs(levels);
   Kiv::traceSinkIs([this](const Kiv::TraceRecord& r) {
-    lines_.push_back({std::string(r.facility), r.level, r.function, std::string(r.text)});
+    lines_.push_back({std::string(r.facility), r.level, r.function, std::string(r.text), r.file,
+                      std::string(r.tag)});
   });
 }
 
@@ -26,4 +27,6 @@ LogCapture::LogCapture() {
   });
 }
 
-LogCapture::~LogCapture() { Kiv::logSinkIs(nullptr); }
+LogCapture::~LogCapture() {
+  Kiv::logSinkIs(nullptr);
+}

@@ -13,6 +13,8 @@ struct TraceLine {
   unsigned level;
   std::string function;
   std::string text;
+  std::string file;
+  std::string tag;
 };
 
 class TraceCapture {

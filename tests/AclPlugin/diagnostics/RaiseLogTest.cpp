@@ -52,31 +52,28 @@ class RaiseLogTest : public ::testing::Test {
   const Device vlan20_{"vlan20", &conversions_};
 };
 
-TEST_F(RaiseLogTest, WithoutKeyArgumentsAllRaisesShareOneBucket) {
-  Kiv::LogHandle h = limited("TEST_SHARED", 0);
+TEST_F(RaiseLogTest, EachMessageAndEachCombinationOfTheFirstKArgumentsHasItsOwnBucket) {
+  Kiv::LogHandle shared = limited("TEST_SHARED", 0);
   Kiv::LogHandle other = limited("TEST_OTHER", 0);
-  EXPECT_EQ(raised(h, "add", a_, vlan10_), 1u);
-  EXPECT_EQ(raised(h, "remove", b_, vlan20_), 0u);
+  EXPECT_EQ(raised(shared, "add", a_, vlan10_), 1u);
+  EXPECT_EQ(raised(shared, "remove", b_, vlan20_), 0u) << "no key arguments: one bucket";
   EXPECT_EQ(raised(other, "add", a_, vlan10_), 1u) << "another message has its own bucket";
-  loop_.advance(9.9);
-  EXPECT_EQ(raised(h, "add", b_, vlan10_), 0u);
-  loop_.advance(0.1);
-  EXPECT_EQ(raised(h, "add", b_, vlan10_), 1u);
-  EXPECT_EQ(log_.lines().back().text, "Failed to add rule for 10.0.0.2 on vlan10.");
-}
 
-TEST_F(RaiseLogTest, WithThreeKeyArgumentsEachCombinationHasItsOwnBucket) {
-  Kiv::LogHandle h = limited("TEST_PER_KEY", 3);
-  EXPECT_EQ(raised(h, "add", a_, vlan10_), 1u);
-  EXPECT_EQ(raised(h, "add", a_, vlan10_), 0u);
-  EXPECT_EQ(raised(h, "remove", a_, vlan10_), 1u);
-  EXPECT_EQ(raised(h, "add", b_, vlan10_), 1u);
-  EXPECT_EQ(raised(h, "add", a_, vlan20_), 1u);
-  EXPECT_EQ(raised(h, "remove", a_, vlan10_), 0u);
-  loop_.advance(10.0);
-  EXPECT_EQ(raised(h, "add", a_, vlan10_), 1u);
-  EXPECT_EQ(log_.lines().front().name, "TEST_PER_KEY");
-  EXPECT_EQ(log_.lines().front().text, "Failed to add rule for 10.0.0.1 on vlan10.");
+  Kiv::LogHandle perKey = limited("TEST_PER_KEY", 3);
+  EXPECT_EQ(raised(perKey, "add", a_, vlan10_), 1u);
+  EXPECT_EQ(raised(perKey, "add", a_, vlan10_), 0u);
+  EXPECT_EQ(raised(perKey, "remove", a_, vlan10_), 1u);
+  EXPECT_EQ(raised(perKey, "add", b_, vlan10_), 1u);
+  EXPECT_EQ(raised(perKey, "add", a_, vlan20_), 1u);
+
+  loop_.advance(9.9);
+  EXPECT_EQ(raised(shared, "add", b_, vlan10_), 0u);
+  EXPECT_EQ(raised(perKey, "add", a_, vlan10_), 0u);
+  loop_.advance(0.1);
+  EXPECT_EQ(raised(shared, "add", b_, vlan10_), 1u);
+  EXPECT_EQ(raised(perKey, "add", a_, vlan10_), 1u);
+  EXPECT_EQ(log_.lines().back().name, "TEST_PER_KEY");
+  EXPECT_EQ(log_.lines().back().text, "Failed to add rule for 10.0.0.1 on vlan10.");
 }
 
 TEST_F(RaiseLogTest, ArgumentsBeyondTheKeyAreConvertedOnlyWhenAllowed) {

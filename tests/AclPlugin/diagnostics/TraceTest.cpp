@@ -5,31 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
-#include <string>
-#include <vector>
+
+#include "tests/support/Capture.h"
 
 namespace {
-
-struct Record {
-  std::string facility, tag, text, file, function;
-  unsigned level;
-};
-
-// Collects every line written while it lives; switches the facility off after.
-class Sink {
- public:
-  Sink() {
-    Kiv::traceSinkIs([this](const Kiv::TraceRecord& r) {
-      records.push_back({std::string(r.facility), std::string(r.tag), std::string(r.text), r.file,
-                         r.function, r.level});
-    });
-  }
-  ~Sink() {
-    Kiv::traceSinkIs(nullptr);
-    Kiv::traceConfigIs("VirtualIpArpMangleSm/none");
-  }
-  std::vector<Record> records;
-};
 
 // An operand that counts how often it is printed.
 struct Counted {
@@ -45,9 +24,8 @@ void purgeMangleTables(int* prints) {
 }
 
 TEST(FhrpTrace, StatementsThatAreOffBuildNoText) {
-  Sink sink;
+  TraceCapture sink("VirtualIpArpMangleSm/none");
   int prints = 0;
-  Kiv::traceConfigIs("VirtualIpArpMangleSm/none");
   purgeMangleTables(&prints);
   Kiv::traceConfigIs("VirtualIpArpMangleSm/0,3-8");
   FHRP_TRACE(1, "unused level " << Counted{&prints});
@@ -60,28 +38,27 @@ TEST(FhrpTrace, StatementsThatAreOffBuildNoText) {
   purgeMangleTables(&prints);
   Kiv::coverageStream_ = nullptr;
   EXPECT_EQ(prints, 1) << "coverage collection builds the text";
-  EXPECT_TRUE(sink.records.empty()) << "but writes no line";
+  EXPECT_TRUE(sink.lines().empty()) << "but writes no line";
   EXPECT_EQ(coverage.str().rfind("VirtualIpArpMangleSm/0 AclPlugin/VirtualIpArpTablesPlugin:", 0),
             0u)
       << coverage.str();
 }
 
 TEST(FhrpTrace, LiveStatementNamesItsFunctionAndPrintsTwelveDigits) {
-  Sink sink;
+  TraceCapture sink("VirtualIpArpMangleSm/0,3-8");
   int prints = 0;
-  Kiv::traceConfigIs("VirtualIpArpMangleSm/0,3-8");
   purgeMangleTables(&prints);
   FHRP_TRACE(3, "Early exit after " << 1.0 / 3.0 << " seconds " << 123456.789012345);
-  ASSERT_EQ(sink.records.size(), 2u);
-  const Record& flush = sink.records[0];
+  ASSERT_EQ(sink.lines().size(), 2u);
+  const TraceLine& flush = sink.lines()[0];
   EXPECT_EQ(flush.facility, "VirtualIpArpMangleSm");
   EXPECT_EQ(flush.tag, "<unknown>");
   EXPECT_EQ(flush.level, 0u);
   EXPECT_EQ(flush.file, "AclPlugin/VirtualIpArpTablesPlugin");
   EXPECT_EQ(flush.function, "purgeMangleTables");
   EXPECT_EQ(flush.text, "flush counted");
-  EXPECT_EQ(sink.records[1].level, 3u);
-  EXPECT_EQ(sink.records[1].text, "Early exit after 0.333333333333 seconds 123456.789012");
+  EXPECT_EQ(sink.at(3),
+            std::vector<std::string>{"Early exit after 0.333333333333 seconds 123456.789012"});
 }
 
 }  // namespace

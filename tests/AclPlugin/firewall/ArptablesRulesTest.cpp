@@ -8,68 +8,57 @@ namespace {
 const Dravo::IpGenPrefix subnet("10.1.1.0/24");
 const Dravo::IpGenAddr src(std::string_view("10.1.1.1"));
 const Dravo::EthAddr mac("02:00:00:00:01:01");
-
-const std::string addLine =
-    "arptables -A OUT -d 10.1.1.0/24 -o vlan10 -a 6 --arpop Request -j mangle --mangle-hw-s "
+const std::string rule =
+    " OUT -d 10.1.1.0/24 -o vlan10 -a 6 --arpop Request -j mangle --mangle-hw-s "
     "02:00:00:00:01:01 --mangle-ip-s 10.1.1.1";
-const std::string dropLine =
-    "arptables -D OUT -d 10.1.1.0/24 -o vlan10 -a 6 --arpop Request -j mangle --mangle-hw-s "
-    "02:00:00:00:01:01 --mangle-ip-s 10.1.1.1 2>/dev/null";
 
-class ArptablesRulesTest : public FirewallTest {};
+class ArptablesRulesTest : public FirewallTest {
+ protected:
+  void addThenDrop(const Dravo::NamespaceName& ns) {
+    addArptablesRule(ns, subnet, src, "vlan10", mac);
+    dropArptablesRule(ns, subnet, src, "vlan10", mac);
+  }
+};
 
 TEST_F(ArptablesRulesTest, RunsOneLineInEveryNamespace) {
+  const std::string args =
+      "ArptablesRule(Dravo::NamespaceName, const Dravo::IpGenPrefix&, const Dravo::IpGenAddr&, "
+      "Kiv::String, const Dravo::EthAddr&)";
   for (const NsCase& c : nsCases()) {
     clear();
-    addArptablesRule(c.ns, subnet, src, "vlan10", mac);
-    dropArptablesRule(c.ns, subnet, src, "vlan10", mac);
-    const std::vector<std::string> expected{c.prefix + addLine, c.prefix + dropLine};
+    addThenDrop(c.ns);
+    const std::vector<std::string> expected{c.prefix + "arptables -A" + rule,
+                                            c.prefix + "arptables -D" + rule + " 2>/dev/null"};
     EXPECT_EQ(FakeSystem::commands(), expected);
     EXPECT_EQ(traces.at(6), expected);
-    EXPECT_EQ(
-        traces.at(8),
-        (std::vector<std::string>{
-            "void Routing::Fhrp::VirtualIpArpTablesSm::addArptablesRule(Dravo::NamespaceName, "
-            "const Dravo::IpGenPrefix&, const Dravo::IpGenAddr&, Kiv::String, const "
-            "Dravo::EthAddr&)",
-            "void Routing::Fhrp::VirtualIpArpTablesSm::dropArptablesRule(Dravo::"
-            "NamespaceName, const Dravo::IpGenPrefix&, const Dravo::IpGenAddr&, "
-            "Kiv::String, const Dravo::EthAddr&)"}));
+    EXPECT_EQ(traces.at(8),
+              (std::vector<std::string>{"void Routing::Fhrp::VirtualIpArpTablesSm::add" + args,
+                                        "void Routing::Fhrp::VirtualIpArpTablesSm::drop" + args}));
     EXPECT_TRUE(logs.lines().empty());
   }
-  clear();
-  addArptablesRule(Dravo::NamespaceName("blue"), subnet, src, "vlan10", mac);
-  dropArptablesRule(Dravo::NamespaceName("blue"), subnet, src, "vlan10", mac);
-  EXPECT_EQ(traces.at(5),
-            (std::vector<std::string>{"Adding arptables rules for 10.1.1.1 with subnet 10.1.1.0/24 "
-                                      "on interface vlan10 on namespace blue using mac "
-                                      "02:00:00:00:01:01",
-                                      "Dropping arptables rules for 10.1.1.1 with subnet "
-                                      "10.1.1.0/24 on interface vlan10 on namespace blue using "
-                                      "mac 02:00:00:00:01:01"}));
+  // The last namespace case is "blue".
+  const std::string rest =
+      " arptables rules for 10.1.1.1 with subnet 10.1.1.0/24 on interface vlan10 on namespace "
+      "blue using mac 02:00:00:00:01:01";
+  EXPECT_EQ(traces.at(5), (std::vector<std::string>{"Adding" + rest, "Dropping" + rest}));
 }
 
 TEST_F(ArptablesRulesTest, AFailureIsReportedWithTheSourceIpWhileTheNamespaceExists) {
   FakeSystem::failWhen("arptables -A", 1 << 8);
   FakeSystem::failWhen("arptables -D", -1);
-  addArptablesRule(Dravo::DEFAULT_NS, subnet, src, "vlan10", mac);
-  dropArptablesRule(Dravo::DEFAULT_NS, subnet, src, "vlan10", mac);
+  addThenDrop(Dravo::DEFAULT_NS);
   // "10.1.1.1/24" is read as an address: the length is dropped.
+  const std::string where = " arptables rule for virtual IP 10.1.1.1 on interface vlan10";
   EXPECT_EQ(traces.at(0),
-            (std::vector<std::string>{
-                "Failed to add arptables rule for virtual IP 10.1.1.1 on interface vlan10",
-                "Failed to remove arptables rule for virtual IP 10.1.1.1 on interface vlan10"}));
-  EXPECT_EQ(
-      logTexts("FHRP_ARPTABLES_ERROR"),
-      (std::vector<std::string>{
-          "Failed to add an arptables rule for virtual IP 10.1.1.1 on interface vlan10.",
-          "Failed to remove an arptables rule for virtual IP 10.1.1.1 on interface vlan10."}));
+            (std::vector<std::string>{"Failed to add" + where, "Failed to remove" + where}));
+  EXPECT_EQ(logTexts("FHRP_ARPTABLES_ERROR"),
+            (std::vector<std::string>{"Failed to add an" + where + ".",
+                                      "Failed to remove an" + where + "."}));
 
   for (const Dravo::NamespaceName& ns : {missingNs, Dravo::NamespaceName("")}) {
     clear();
     FakeSystem::failWhen("arptables", 1 << 8);
-    addArptablesRule(ns, subnet, src, "vlan10", mac);
-    dropArptablesRule(ns, subnet, src, "vlan10", mac);
+    addThenDrop(ns);
     EXPECT_EQ(FakeSystem::commands().size(), 2u);
     EXPECT_TRUE(traces.at(0).empty()) << ns;
     EXPECT_TRUE(logs.lines().empty()) << ns;

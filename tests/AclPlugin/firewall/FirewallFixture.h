@@ -36,7 +36,8 @@ class FirewallTest : public ::testing::Test {
   LogCapture logs;
 };
 
-// The namespaces every command line is checked in, with the prefix expected.
+// The namespaces every command line is checked in, with the prefix expected:
+// the whole name is compared, case-sensitively, and pasted as it is.
 struct NsCase {
   Dravo::NamespaceName ns;
   std::string prefix;
@@ -44,5 +45,7 @@ struct NsCase {
 inline std::vector<NsCase> nsCases() {
   return {{Dravo::DEFAULT_NS, ""},
           {Dravo::NamespaceName(""), ""},
+          {Dravo::NamespaceName("Default"), "ip netns exec Default "},
+          {Dravo::NamespaceName("default "), "ip netns exec default  "},
           {Dravo::NamespaceName("blue"), "ip netns exec blue "}};
 }

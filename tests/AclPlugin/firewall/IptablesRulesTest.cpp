@@ -1,124 +1,100 @@
 #include "AclPlugin/firewall/IptablesRules.h"
 
+#include <filesystem>
 #include <functional>
+#include <tuple>
 
 #include "tests/AclPlugin/firewall/FirewallFixture.h"
+#include "tests/support/RuleLines.h"
 
 namespace Routing::Fhrp::Firewall {
 namespace {
 
-const Dravo::IpAddr v4("10.0.0.1");
-const Dravo::Ip6Addr v6("2001:db8::1");
-
 struct Op {
   std::function<void(const Dravo::NamespaceName&)> run;
-  std::vector<std::string> lines;  // without the namespace prefix
-  std::string signature;
-  std::string progress;  // for the namespace "blue"
-  std::string failure;   // level-0 trace of one failed line
-  std::string logText;
+  bool add;
+  std::string tool, ip, signature;
 };
 
 std::vector<Op> ops() {
-  return {
-      {[](const Dravo::NamespaceName& ns) { addIptablesRules(ns, v4, "vlan10"); },
-       {"iptables -t mangle -A PREROUTING -p icmp -d 10.0.0.1 -i vlan10 -m comment --comment "
-        "\"KESTEL ADDED\" -j ACCEPT",
-        "iptables -t mangle -A PREROUTING -p all -d 10.0.0.1 -i vlan10 -m comment --comment "
-        "\"KESTEL ADDED\" -j DROP"},
-       "void Routing::Fhrp::VirtualIpArpTablesSm::addIptablesRules(Dravo::NamespaceName, "
-       "Dravo::IpAddr, Kiv::String)",
-       "Adding iptables rules for 10.0.0.1 on interface vlan10 on namespace blue",
-       "Failed to add iptables rule for virtual IP 10.0.0.1 on interface vlan10",
-       "Failed to add an iptables rule for virtual IP 10.0.0.1 on interface vlan10."},
-      {[](const Dravo::NamespaceName& ns) { dropIptablesRules(ns, v4, "vlan10"); },
-       {"iptables -t mangle -D PREROUTING -p icmp -d 10.0.0.1 -i vlan10 -m comment --comment "
-        "\"KESTEL ADDED\" -j ACCEPT 2>/dev/null",
-        "iptables -t mangle -D PREROUTING -p all -d 10.0.0.1 -i vlan10 -m comment --comment "
-        "\"KESTEL ADDED\" -j DROP 2>/dev/null"},
-       "void Routing::Fhrp::VirtualIpArpTablesSm::dropIptablesRules(Dravo::NamespaceName, "
-       "Dravo::IpAddr, Kiv::String)",
-       "Dropping iptables rules for 10.0.0.1 on interface vlan10 on namespace blue",
-       "Failed to remove iptables rule for virtual IP 10.0.0.1 on interface vlan10",
-       "Failed to remove an iptables rule for virtual IP 10.0.0.1 on interface vlan10."},
-      {[](const Dravo::NamespaceName& ns) { addIp6tablesRules(ns, v6, "vlan10"); },
-       {"ip6tables -t mangle -A PREROUTING -p ipv6-icmp -d 2001:db8::1 -i vlan10 -m comment "
-        "--comment \"KESTEL ADDED\" -j ACCEPT",
-        "ip6tables -t mangle -A PREROUTING -p all -d 2001:db8::1 -i vlan10 -m comment --comment "
-        "\"KESTEL ADDED\" -j DROP"},
-       "void Routing::Fhrp::VirtualIpArpTablesSm::addIp6tablesRules(Dravo::NamespaceName, const "
-       "Dravo::Ip6Addr&, Kiv::String)",
-       "Adding ip6tables rules for 2001:db8::1 on interface vlan10 on namespace blue",
-       "Failed to add ip6tables rule for virtual IP 2001:db8::1 on interface vlan10",
-       "Failed to add an iptables rule for virtual IP 2001:db8::1 on interface vlan10."},
-      {[](const Dravo::NamespaceName& ns) { dropIp6tablesRules(ns, v6, "vlan10"); },
-       {"ip6tables -t mangle -D PREROUTING -p ipv6-icmp -d 2001:db8::1 -i vlan10 -m comment "
-        "--comment \"KESTEL ADDED\" -j ACCEPT 2>/dev/null",
-        "ip6tables -t mangle -D PREROUTING -p all -d 2001:db8::1 -i vlan10 -m comment --comment "
-        "\"KESTEL ADDED\" -j DROP 2>/dev/null"},
-       "void Routing::Fhrp::VirtualIpArpTablesSm::dropIp6tablesRules(Dravo::NamespaceName, const "
-       "Dravo::Ip6Addr&, Kiv::String)",
-       "Dropping ip6tables rules for 2001:db8::1 on interface vlan10 on namespace blue",
-       "Failed to remove ip6tables rule for virtual IP 2001:db8::1 on interface vlan10",
-       "Failed to remove an iptables rule for virtual IP 2001:db8::1 on interface vlan10."},
-  };
+  const Dravo::IpAddr v4("10.0.0.1");
+  const Dravo::Ip6Addr v6("2001:db8::1");
+  const std::string sm = "void Routing::Fhrp::VirtualIpArpTablesSm::";
+  const std::string args4 = "(Dravo::NamespaceName, Dravo::IpAddr, Kiv::String)";
+  const std::string args6 = "(Dravo::NamespaceName, const Dravo::Ip6Addr&, Kiv::String)";
+  return {{[=](auto& ns) { addIptablesRules(ns, v4, "vlan10"); }, true, "iptables", "10.0.0.1",
+           sm + "addIptablesRules" + args4},
+          {[=](auto& ns) { dropIptablesRules(ns, v4, "vlan10"); }, false, "iptables", "10.0.0.1",
+           sm + "dropIptablesRules" + args4},
+          {[=](auto& ns) { addIp6tablesRules(ns, v6, "vlan10"); }, true, "ip6tables", "2001:db8::1",
+           sm + "addIp6tablesRules" + args6},
+          {[=](auto& ns) { dropIp6tablesRules(ns, v6, "vlan10"); }, false, "ip6tables",
+           "2001:db8::1", sm + "dropIp6tablesRules" + args6}};
 }
 
 class IptablesRulesTest : public FirewallTest {};
 
+std::size_t openDescriptors() {
+  auto fds = std::filesystem::directory_iterator("/proc/self/fd");
+  return std::distance(begin(fds), end(fds));
+}
+
 TEST_F(IptablesRulesTest, RunsAcceptThenDropLineInEveryNamespace) {
   for (const Op& op : ops()) {
+    SCOPED_TRACE(op.signature);
     for (const NsCase& c : nsCases()) {
       clear();
       op.run(c.ns);
-      const std::vector<std::string> expected{c.prefix + op.lines[0], c.prefix + op.lines[1]};
+      const std::vector<std::string> expected = mangleLines(c.prefix, op.add, op.ip, "vlan10");
       EXPECT_EQ(FakeSystem::commands(), expected);
       EXPECT_EQ(traces.at(6), expected) << "each line traced alone, just before it runs";
       EXPECT_EQ(traces.at(8), std::vector<std::string>{op.signature});
       EXPECT_TRUE(logs.lines().empty());
     }
-    clear();
-    op.run(Dravo::NamespaceName("blue"));
-    EXPECT_EQ(traces.at(5), std::vector<std::string>{op.progress});
+    // The last namespace case is "blue".
+    EXPECT_EQ(traces.at(5), std::vector<std::string>{(op.add ? "Adding " : "Dropping ") + op.tool +
+                                                     " rules for " + op.ip +
+                                                     " on interface vlan10 on namespace blue"});
   }
 }
 
-TEST_F(IptablesRulesTest, EachFailedLineIsReportedAndNeverStopsTheNext) {
+TEST_F(IptablesRulesTest, EachFailedLineIsReportedWhileTheNamespaceExists) {
+  const std::size_t descriptors = openDescriptors();
   for (const Op& op : ops()) {
-    // Both fail, one with the -1 of a failed system() itself.
-    clear();
-    FakeSystem::failWhen("-j ACCEPT", -1);
-    FakeSystem::failWhen("-j DROP", 1 << 8);
-    op.run(Dravo::DEFAULT_NS);
-    EXPECT_EQ(FakeSystem::commands().size(), 2u);
-    EXPECT_EQ(traces.at(0), std::vector<std::string>(2, op.failure));
-    EXPECT_EQ(logTexts("FHRP_IPTABLES_ERROR"), std::vector<std::string>(2, op.logText));
-
-    // Either one alone.
-    for (const char* failing : {"-j ACCEPT", "-j DROP"}) {
+    SCOPED_TRACE(op.signature);
+    const std::string action = op.add ? "add" : "remove";
+    const std::string where = " rule for virtual IP " + op.ip + " on interface vlan10";
+    // Both lines fail (one with the -1 of a failed system() itself), then either alone:
+    // the second line always runs.
+    for (auto [accept, drop, failures] : {std::tuple{-1, 256, 2}, {256, 0, 1}, {0, 256, 1}}) {
       clear();
-      FakeSystem::failWhen(failing);
+      FakeSystem::failWhen("-j ACCEPT", accept);
+      FakeSystem::failWhen("-j DROP", drop);
       op.run(Dravo::DEFAULT_NS);
-      EXPECT_EQ(FakeSystem::commands().size(), 2u) << failing;
-      EXPECT_EQ(logTexts("FHRP_IPTABLES_ERROR"), std::vector<std::string>{op.logText}) << failing;
+      EXPECT_EQ(FakeSystem::commands().size(), 2u);
+      EXPECT_EQ(traces.at(0),
+                std::vector<std::string>(failures, "Failed to " + action + " " + op.tool + where));
+      EXPECT_EQ(
+          logTexts("FHRP_IPTABLES_ERROR"),
+          std::vector<std::string>(failures, "Failed to " + action + " an iptables" + where + "."));
     }
-  }
-}
-
-TEST_F(IptablesRulesTest, FailuresWhereTheNamespaceCannotBeOpenedAreSilent) {
-  for (const Op& op : ops()) {
     for (const Dravo::NamespaceName& ns : {missingNs, Dravo::NamespaceName("")}) {
       clear();
-      FakeSystem::failWhen("tables", 1 << 8);
+      FakeSystem::failWhen("tables");
       op.run(ns);
       EXPECT_EQ(FakeSystem::commands().size(), 2u);
       EXPECT_TRUE(traces.at(0).empty()) << ns;
       EXPECT_TRUE(logs.lines().empty()) << ns;
     }
   }
+  EXPECT_EQ(openDescriptors(), descriptors) << "the namespace probe is closed on every path";
 }
 
 TEST(IptablesRuleLine, BuildsOneRuleOfThePair) {
+  EXPECT_EQ(
+      iptablesRuleLine(Dravo::DEFAULT_NS, Family::v4, Verb::add, Target::accept, "10.0.0.1", "et1"),
+      "iptables -t mangle -A PREROUTING -p icmp -d 10.0.0.1 -i et1 -m comment --comment "
+      "\"KESTEL ADDED\" -j ACCEPT");
   EXPECT_EQ(iptablesRuleLine(Dravo::NamespaceName("red"), Family::v6, Verb::drop, Target::drop,
                              "fe80::1", "et1"),
             "ip netns exec red ip6tables -t mangle -D PREROUTING -p all -d fe80::1 -i et1 -m "

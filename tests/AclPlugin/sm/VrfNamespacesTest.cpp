@@ -1,19 +1,13 @@
 #include <gmock/gmock.h>
 
-#include "tests/AclPlugin/sm/SmFixture.h"
+#include <map>
+
+#include "tests/AclPlugin/sm/VipSmFixture.h"
 
 namespace Routing::Fhrp {
 namespace {
 
 using ::testing::IsEmpty;
-
-VrfIpPair vrfIp(const char* vrf, const char* addr) {
-  return VrfIpPair(L3::VrfName(vrf), Dravo::IpGenAddr(addr));
-}
-
-IntfSubnetPair intfSubnet(const char* intf, const char* subnet) {
-  return IntfSubnetPair(Dravo::IntfId(intf), Dravo::IpGenPrefix(subnet));
-}
 
 TEST_F(SmFixture, RemovedVrfForgetsOnlyItsOwnRecordsAndRunsNoCommand) {
   vrfIs("red", Ip::VrfState::active, "ns-red");
@@ -42,20 +36,20 @@ TEST_F(SmFixture, RemovedVrfForgetsOnlyItsOwnRecordsAndRunsNoCommand) {
   allVrf->vrfDel(L3::VrfName("red"));
   EXPECT_THAT(traces.at(4),
               ::testing::ElementsAre("Vrf red is being deleted, cleaning up local state."));
-  int red = 0, blue = 0;
-  for (auto it = sm->localVipIterator(); it; ++it)
-    (it.key().vrfName() == L3::VrfName("red") ? red : blue)++;
-  EXPECT_EQ(red, 0);
-  EXPECT_EQ(blue, 20);
+  auto count = [&] {
+    std::map<std::string, int> n;
+    for (auto it = sm->localVipIterator(); it; ++it)
+      ++n[it.key().vrfName().stringValue().stdString()];
+    return n;
+  };
+  EXPECT_EQ(count(), (std::map<std::string, int>{{"blue", 20}}));
   EXPECT_FALSE(sm->localVipSubnet(intfSubnet("Vlan10", "10.0.0.0/24")));
   EXPECT_TRUE(sm->localVipSubnet(intfSubnet("Vlan20", "10.0.0.0/24")));
   EXPECT_THAT(FakeSystem::commands(), IsEmpty());
 
   // A replaced VRF collection deliberately triggers no clean-up.
   allVrf->vrfIs(std::vector<Ip::VrfStatusValue>{});
-  std::size_t left = 0;
-  for (auto it = sm->localVipIterator(); it; ++it) ++left;
-  EXPECT_EQ(left, 20u);
+  EXPECT_EQ(count(), (std::map<std::string, int>{{"blue", 20}}));
 }
 
 TEST_F(SmFixture, NamespaceOfAVrfIsUsableUnlessMissingOrDeleting) {
@@ -70,11 +64,10 @@ TEST_F(SmFixture, NamespaceOfAVrfIsUsableUnlessMissingOrDeleting) {
   vrfIs("red", Ip::VrfState::inactive, "ns-red");
   vrfIs("blue", Ip::VrfState::deleting, "ns-blue");
   vrfIs("green", Ip::VrfState::active, "ns-green");
-  EXPECT_TRUE(sm->doesNetNsExistsForVrf(L3::VrfName("default")));
-  EXPECT_TRUE(sm->doesNetNsExistsForVrf(L3::VrfName("red")));
-  EXPECT_FALSE(sm->doesNetNsExistsForVrf(L3::VrfName("blue")));
-  EXPECT_TRUE(sm->doesNetNsExistsForVrf(L3::VrfName("green")));
-  EXPECT_FALSE(sm->doesNetNsExistsForVrf(L3::VrfName("white")));
+  const std::map<std::string, bool> usable = {
+      {"default", true}, {"red", true}, {"blue", false}, {"green", true}, {"white", false}};
+  for (const auto& [vrf, expected] : usable)
+    EXPECT_EQ(sm->doesNetNsExistsForVrf(L3::VrfName(vrf.c_str())), expected) << vrf;
 }
 
 }  // namespace
