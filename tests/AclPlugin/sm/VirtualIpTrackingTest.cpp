@@ -45,6 +45,15 @@ TEST_F(VipSmFixture, InterfaceMembershipDecidesTheRulesAndTheRecord) {
               ElementsAre("Adding to LocalVipStatus with 10.0.0.1/32 on vrf red", adding));
   // The IPv4 worker records the interface after running its commands.
   EXPECT_GT(traceIndex(traces, 4, adding), traceIndex(traces, 6, FakeSystem::commands()[1]));
+  // Steps shared between handlers are traced under the handler they run for.
+  for (const TraceLine& l : traces.lines()) {
+    if (l.text.starts_with("Adding to LocalVipStatus")) {
+      EXPECT_EQ(l.function, "doHandleBacklogIp");
+    }
+    if (l.text == adding) {
+      EXPECT_EQ(l.function, "doAddVirtualIpForIntfId");
+    }
+  }
 
   // Written three times while installed: one decision, which removes the
   // rules and writes them again.

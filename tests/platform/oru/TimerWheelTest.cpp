@@ -118,3 +118,22 @@ TEST_F(TimerWheelTest, ReplacedCancelledAndDestroyedRequestsNeverFire) {
 }
 
 }  // namespace
+
+namespace {
+
+// After days of uptime a tick's time, converted back to ticks, can round one
+// short; the wheel must still count the tick its loop timer was set for.
+TEST(TimerWheelUptime, FiresAtItsLoopTimeAfterDaysOfUptime) {
+  ManualLoop loop(524288.0);
+  Kiv::Ptr<Oru::TimerWheel> wheel = new Oru::TimerWheel(nullptr, nullptr, 10, 255, false, 1024);
+  int fires = 0;
+  Alarm alarm(wheel, &fires);
+  for (int i = 1; i <= 2000; ++i) {
+    alarm.timeMinIs(Kiv::now());
+    loop.clock().nowIs(loop.loop().nextTimerTime());
+    loop.runUntilIdle();
+    ASSERT_EQ(fires, i) << "at clock " << Kiv::now();
+  }
+}
+
+}  // namespace
