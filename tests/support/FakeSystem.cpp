@@ -19,10 +19,18 @@ State& state() {
 
 namespace FakeSystem {
 
-void reset() { state() = State(); }
-const std::vector<std::string>& commands() { return state().commands; }
-void failWhen(const std::string& needle, int result) { state().rules.emplace_back(needle, result); }
-void resultIs(std::function<int(const std::string&)> script) { state().script = std::move(script); }
+void reset() {
+  state() = State();
+}
+const std::vector<std::string>& commands() {
+  return state().commands;
+}
+void failWhen(const std::string& needle, int result) {
+  state().rules.emplace_back(needle, result);
+}
+void resultIs(std::function<int(const std::string&)> script) {
+  state().script = std::move(script);
+}
 
 }  // namespace FakeSystem
 

@@ -5,7 +5,9 @@ ManualLoop::ManualLoop(double start)
   Kiv::activityManagerIs(am_);
 }
 
-ManualLoop::~ManualLoop() { Kiv::activityManagerIs(nullptr); }
+ManualLoop::~ManualLoop() {
+  Kiv::activityManagerIs(nullptr);
+}
 
 void ManualLoop::advance(double seconds) {
   clock_->advance(seconds);
