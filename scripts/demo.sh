@@ -17,16 +17,7 @@ if [ "${1:-}" != "$inside" ]; then
   exec scripts/sandbox.sh scripts/demo.sh "$inside" "build/$preset/bin/acl-agent"
 fi
 # The namespaces made below must stay in scripts/sandbox.sh's sandbox.
-# Compared with init's namespaces, or, where a container hides those, with
-# the parent's (the caller that exec'd the chain, outside).
-for ns in net mnt; do
-  self="$(readlink "/proc/self/ns/$ns")" || self=""
-  ref="$(readlink "/proc/1/ns/$ns" 2>/dev/null || readlink "/proc/$PPID/ns/$ns")" || ref=""
-  if [ -z "$self" ] || [ -z "$ref" ] || [ "$self" = "$ref" ]; then
-    echo "demo: not inside a private $ns namespace; refusing to go on" >&2
-    exit 1
-  fi
-done
+source "$(dirname "${BASH_SOURCE[0]}")/lib/require-sandbox.sh" demo
 agent="$2"
 state=examples/state.json
 

@@ -26,16 +26,7 @@ shift
 
 # Only ever go on inside a private network and mount namespace: the mounts
 # and every command below would otherwise reach the host.
-# Compared with init's namespaces, or, where a container hides those, with
-# the parent's (the caller that exec'd the chain, outside).
-for ns in net mnt; do
-  self="$(readlink "/proc/self/ns/$ns")" || self=""
-  ref="$(readlink "/proc/1/ns/$ns" 2>/dev/null || readlink "/proc/$PPID/ns/$ns")" || ref=""
-  if [ -z "$self" ] || [ -z "$ref" ] || [ "$self" = "$ref" ]; then
-    echo "sandbox: not inside a private $ns namespace; refusing to go on" >&2
-    exit 1
-  fi
-done
+source "$(dirname "${BASH_SOURCE[0]}")/lib/require-sandbox.sh" sandbox
 
 # From here on mounts are private to this namespace. Without a /run/netns to
 # cover, cover /run itself rather than create a directory on the host's /run.
