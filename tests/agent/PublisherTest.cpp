@@ -1,4 +1,5 @@
 #include "agent/Publisher.h"
+#include "tests/agent/Documents.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -124,14 +125,7 @@ class Recorder {
   VipWatch<Routing::Fhrp::VirtualIp6Status, Routing::Fhrp::VrfIpPair> vip6_{this};
 };
 
-const char* const kBase = R"({
-  "interfaces": {"Vlan10": {"device": "vlan10"}, "Vlan20": {"device": "vlan20"}},
-  "vrfs": {"red": {"namespace": "ns-red"}},
-  "virtualRouterMac": {"lumo": "02:1c:73:00:00:99"},
-  "virtualIps": [{"address": "10.0.0.1/24", "interfaces": ["Vlan10"]},
-                 {"vrf": "red", "address": "10.1.0.1/24", "interfaces": ["Vlan20"]}],
-  "virtualIps6": [{"vrf": "red", "address": "2001:db8::1", "interfaces": ["Vlan20"]}]
-})";
+const char* const kBase = AgentTest::baseDocument;
 
 TEST(PublisherTest, PublishesAtTheMountPaths) {
   Kiv::Ptr<Mirel::EntityManager> em = new Mirel::EntityManager();

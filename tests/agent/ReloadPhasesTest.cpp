@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "agent/Publisher.h"
+#include "tests/agent/Documents.h"
 
 namespace {
 
@@ -14,14 +15,7 @@ using Agent::StateDocument;
 using V4 = Routing::Fhrp::VrfIpWithMaskPair;
 using V6 = Routing::Fhrp::VrfIpPair;
 
-const std::string kCurrent = R"({
-  "interfaces": {"Vlan10": {"device": "vlan10"}, "Vlan20": {"device": "vlan20"}},
-  "vrfs": {"red": {"namespace": "ns-red"}},
-  "virtualRouterMac": {"lumo": "02:1c:73:00:00:99"},
-  "virtualIps": [{"address": "10.0.0.1/24", "interfaces": ["Vlan10"]},
-                 {"vrf": "red", "address": "10.1.0.1/24", "interfaces": ["Vlan20"]}],
-  "virtualIps6": [{"vrf": "red", "address": "2001:db8::1", "interfaces": ["Vlan20"]}]
-})";
+const std::string kCurrent = AgentTest::baseDocument;
 
 std::string edited(std::string s, const std::string& from, const std::string& to) {
   s.replace(s.find(from), from.size(), to);
