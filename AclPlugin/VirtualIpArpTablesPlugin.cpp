@@ -2,6 +2,7 @@
 
 #include "AclPlugin/ModuleInit.h"
 #include "AclPlugin/diagnostics/Trace.h"
+#include "AclPlugin/firewall/CommandRunner.h"
 
 namespace Routing::Fhrp {
 
@@ -85,6 +86,7 @@ void VirtualIpArpTablesPlugin::notifyAll(Kiv::AttrId id, Callback cb) {
 void VirtualIpArpTablesPlugin::init(const Kiv::Ptr<Acl::PluginContext>& context) {
   FHRP_TRACE(0, "init");
   contextIs(context);
+  commandApplierIs(Kiv::validPtr(context)->commandApplier());
   Kiv::Ptr<Mirel::MountGroup> group =
       Kiv::validPtr(context)->entityManager()->getMountGroup(Kiv::Ptr<Mirel::Mounter>(this));
   for (const Mount& m : mounts) group->doMount(mountPath(m), m.typeName, "r");

@@ -11,6 +11,8 @@
 #include <filesystem>
 #include <iostream>
 
+#include "agent/apply/Appliers.h"
+
 namespace Agent {
 
 namespace {
@@ -43,6 +45,7 @@ AclAgent::AclAgent(Options options)
 }
 
 AclAgent::~AclAgent() {
+  loop_->afterCallbackIs(nullptr);
   // Plug-ins first (in reverse), while the inputs and the loop they use exist.
   for (auto it = plugins_.rbegin(); it != plugins_.rend(); ++it) ::dlclose(*it);
   for (int sig : {SIGTERM, SIGINT, SIGHUP}) std::signal(sig, SIG_DFL);
@@ -79,14 +82,35 @@ bool AclAgent::doStart() {
     doWatchStateFile();
     if (!doPublishStateFile(false)) return false;
   }
-  if (!doLoadPlugins()) return false;
-  context_ = new Acl::PluginContext(em_);
+  if (!doChooseApplier() || !doLoadPlugins()) return false;
+  context_ = new Acl::PluginContext(em_, applier_);
+  // A unit of the plug-in's work (one slice, say) is applied when it ends.
+  loop_->afterCallbackIs([this] { applier_->doApplyPending(); });
   try {
     Acl::DefaultPluginLoader().doInit(context_.ptr());
   } catch (const std::exception& e) {
     std::cerr << "acl-agent: plug-in init failed: " << e.what() << "\n";
     return false;
   }
+  return true;
+}
+
+bool AclAgent::doChooseApplier() {
+  if (options_.dryRun) {
+    std::ostream* out = &std::cout;
+    if (!options_.dryRunFile.empty()) {
+      dryRunFile_.open(options_.dryRunFile, std::ios::out | std::ios::trunc);
+      if (!dryRunFile_) {
+        std::cerr << "acl-agent: --dry-run: cannot write " << options_.dryRunFile << ": "
+                  << std::strerror(errno) << "\n";
+        return false;
+      }
+      out = &dryRunFile_;
+    }
+    applier_ = new DryRunApplier(applyStats_, *out);
+    return true;
+  }
+  applier_ = new PerLineApplier(applyStats_);
   return true;
 }
 

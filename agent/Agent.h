@@ -27,6 +27,7 @@
 // One agent per process: it installs signal handlers and the process's loop.
 #pragma once
 
+#include <fstream>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,6 +35,8 @@
 
 #include "agent/Options.h"
 #include "agent/Publisher.h"
+#include "agent/apply/ApplyStats.h"
+#include "platform/acl/CommandApplier.h"
 #include "platform/acl/PluginLoader.h"
 #include "platform/kiv/ActivityManager.h"
 
@@ -52,6 +55,9 @@ class AclAgent {
 
  private:
   bool doStart();
+  // The applier of --apply / --dry-run; false (with the message printed)
+  // when it cannot be made.
+  bool doChooseApplier();
   bool doLoadPlugins();
   void doWatchSignals();
   void doWatchStateFile();
@@ -67,6 +73,9 @@ class AclAgent {
   Kiv::Ptr<Kiv::ActivityManager> loop_;
   Kiv::Ptr<Mirel::EntityManager> em_;
   std::unique_ptr<Publisher> publisher_;
+  ApplyStats applyStats_;
+  std::ofstream dryRunFile_;
+  Kiv::Ptr<Acl::CommandApplier> applier_;
   Kiv::Ptr<Acl::PluginContext> context_;
   std::vector<void*> plugins_;  // dlopen handles, in load order
   int signalFd_ = -1;           // read end of the signal handler's pipe

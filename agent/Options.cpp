@@ -1,13 +1,62 @@
 #include "agent/Options.h"
 
+#include <cmath>
 #include <filesystem>
 #include <string_view>
 
 namespace Agent {
 
+namespace {
+
+using Mode = Options::Mode;
+
+// Which options each kind of run takes; anything else is refused, so a
+// misplaced option never passes silently.
+bool allowed(Mode mode, std::string_view name) {
+  if (name == "--control" || name == "--help" || name == "-h") return true;
+  switch (mode) {
+    case Mode::status:
+      return name == "--json";
+    case Mode::verify:
+      return name == "--repair";
+    case Mode::agent:
+      return name != "--json";
+  }
+  return false;
+}
+
+template <class E>
+E choice(std::string_view name, const std::string& value,
+         std::initializer_list<std::pair<const char*, E>> choices) {
+  std::string names;
+  for (const auto& [text, e] : choices) {
+    if (value == text) return e;
+    names += names.empty() ? text : std::string("|") + text;
+  }
+  throw UsageError(std::string(name) + " takes " + names + ", not \"" + value + "\"");
+}
+
+double seconds(std::string_view name, const std::string& value) {
+  std::size_t used = 0;
+  double s = -1;
+  try {
+    s = std::stod(value, &used);
+  } catch (const std::exception&) {
+  }
+  if (used != value.size() || !std::isfinite(s) || s <= 0)
+    throw UsageError(std::string(name) + " takes a number of seconds above 0, not \"" + value +
+                     "\"");
+  return s;
+}
+
+}  // namespace
+
 Options parseOptions(int argc, const char* const* argv) {
   Options o;
-  for (int i = 1; i < argc; ++i) {
+  int i = 1;
+  if (argc > 1 && std::string_view(argv[1]) == "status") o.mode = Mode::status, ++i;
+  if (argc > 1 && std::string_view(argv[1]) == "verify") o.mode = Mode::verify, ++i;
+  for (; i < argc; ++i) {
     std::string_view arg = argv[i];
     std::string_view name = arg.substr(0, arg.find('='));
     const bool inlineValue = name.size() < arg.size();
@@ -16,6 +65,12 @@ Options parseOptions(int argc, const char* const* argv) {
       if (i + 1 >= argc) throw UsageError(std::string(name) + " needs a value");
       return argv[++i];
     };
+    auto flag = [&] {
+      if (inlineValue) throw UsageError(std::string(name) + " takes no value");
+      return true;
+    };
+    if (name.starts_with("-") && !allowed(o.mode, name))
+      throw UsageError(std::string(name) + " does not go with this mode");
     if (name == "--state") {
       o.stateFile = value();
       if (o.stateFile.empty()) throw UsageError("--state needs a file name");
@@ -24,10 +79,32 @@ Options parseOptions(int argc, const char* const* argv) {
       if (o.plugins.back().empty()) throw UsageError("--plugin needs a file name");
     } else if (name == "--trace") {
       o.traces.push_back(value());
-    } else if (arg == "--until-idle") {
-      o.untilIdle = true;
-    } else if (arg == "--help" || arg == "-h") {
-      o.help = true;
+    } else if (name == "--until-idle") {
+      o.untilIdle = flag();
+    } else if (name == "--apply") {
+      o.apply = choice(name, value(),
+                       {std::pair("per-line", Options::Apply::perLine),
+                        std::pair("batch", Options::Apply::batch)});
+    } else if (name == "--arptables") {
+      o.arptables = choice(name, value(),
+                           {std::pair("auto", Options::Arptables::automatic),
+                            std::pair("native", Options::Arptables::native),
+                            std::pair("stock", Options::Arptables::stock)});
+    } else if (name == "--dry-run") {
+      o.dryRun = true;
+      if (inlineValue) o.dryRunFile = value();
+      if (inlineValue && o.dryRunFile.empty()) throw UsageError("--dry-run= needs a file name");
+    } else if (name == "--control") {
+      o.controlPath = value();
+      if (o.controlPath.empty()) throw UsageError("--control needs a socket path");
+    } else if (name == "--verify-every") {
+      o.verifyEvery = seconds(name, value());
+    } else if (name == "--repair") {
+      o.repair = flag();
+    } else if (name == "--json") {
+      o.json = flag();
+    } else if (name == "--help" || name == "-h") {
+      o.help = flag();
     } else {
       throw UsageError("unknown argument \"" + std::string(arg) + "\"");
     }
@@ -38,11 +115,33 @@ Options parseOptions(int argc, const char* const* argv) {
 const char* usageText() {
   return "usage: acl-agent [--state FILE] [--plugin SO]... [--trace FACILITY/LEVELS] "
          "[--until-idle]\n"
-         "  --state FILE    state document (JSON) to publish; re-read on change and on SIGHUP\n"
-         "  --plugin SO     plug-in to load (repeatable; default: VirtualIpArpTablesPlugin.so\n"
-         "                  beside acl-agent)\n"
-         "  --trace SPEC    trace levels, e.g. VirtualIpArpMangleSm/0-8 (repeatable)\n"
-         "  --until-idle    exit 0 once the plug-in is running and has no work left\n";
+         "                 [--apply per-line|batch] [--arptables auto|native|stock]\n"
+         "                 [--dry-run[=FILE]] [--control PATH] [--verify-every SECONDS "
+         "[--repair]]\n"
+         "       acl-agent status [--control PATH] [--json]\n"
+         "       acl-agent verify [--control PATH] [--repair]\n"
+         "\n"
+         "The agent:\n"
+         "  --state FILE        state document (JSON) to publish; re-read on change and on SIGHUP\n"
+         "  --plugin SO         plug-in to load (repeatable; default: VirtualIpArpTablesPlugin.so\n"
+         "                      of this installation)\n"
+         "  --trace SPEC        trace levels, e.g. VirtualIpArpMangleSm/0-8 (repeatable)\n"
+         "  --until-idle        exit 0 once the plug-in is running and has no work left\n"
+         "  --apply MODE        per-line (default): one process per rule line;\n"
+         "                      batch: one iptables-restore per namespace and family per slice\n"
+         "  --arptables DIALECT auto (default): probe the host's arptables at start-up;\n"
+         "                      native: run the plug-in's lines as they are;\n"
+         "                      stock: translate them for a stock Linux arptables\n"
+         "  --dry-run[=FILE]    run no packet-filter or ip netns command: write each line to\n"
+         "                      stdout (or FILE) and take it as succeeded\n"
+         "  --control PATH      control socket (default /run/acl-agent/control.sock)\n"
+         "  --verify-every S    read the rules back every S seconds and log drift\n"
+         "  --repair            with --verify-every: repair the drift too\n"
+         "\n"
+         "Clients of a running agent (exit 0 in step, 1 on drift, 2 on error):\n"
+         "  status              what is installed, queued and failed; --json for the JSON form\n"
+         "  verify              compare the kernel's rules with the records; --repair fixes "
+         "drift\n";
 }
 
 std::string defaultPluginPath() {

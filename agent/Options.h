@@ -1,5 +1,6 @@
-// The command line of acl-agent:
-//   acl-agent [--state FILE] [--plugin SO]... [--trace FACILITY/LEVELS] [--until-idle]
+// The command line of acl-agent. Two kinds of run:
+//   acl-agent [OPTION]...                 the agent itself (see usageText())
+//   acl-agent status|verify [OPTION]...   a client of a running agent's control socket
 // Parsing only: nothing is applied here.
 #pragma once
 
@@ -10,11 +11,24 @@
 namespace Agent {
 
 struct Options {
+  enum class Mode { agent, status, verify };
+  enum class Apply { perLine, batch };
+  enum class Arptables { automatic, native, stock };
+
+  Mode mode = Mode::agent;
   std::string stateFile;             // empty: publish nothing, never reload
   std::vector<std::string> plugins;  // empty: the default plug-in
   std::vector<std::string> traces;   // each for Kiv::traceConfigIs, in order
   bool untilIdle = false;
   bool help = false;
+  Apply apply = Apply::perLine;
+  Arptables arptables = Arptables::automatic;
+  bool dryRun = false;
+  std::string dryRunFile;  // with dryRun: empty means stdout
+  std::string controlPath = "/run/acl-agent/control.sock";
+  double verifyEvery = 0;  // seconds; 0: never by itself
+  bool repair = false;     // verify: repair drift too
+  bool json = false;       // status: the JSON form
 };
 
 // Bad usage; what() tells what was wrong. The caller prints it with the
@@ -24,7 +38,8 @@ class UsageError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Takes "--opt VALUE" and "--opt=VALUE" alike.
+// Takes "--opt VALUE" and "--opt=VALUE" alike; --dry-run takes its file only
+// as "--dry-run=FILE". A client mode is the first argument.
 Options parseOptions(int argc, const char* const* argv);
 const char* usageText();
 // VirtualIpArpTablesPlugin.so in the folder of the running executable.

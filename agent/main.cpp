@@ -24,6 +24,10 @@ int main(int argc, char** argv) {
     std::cerr << "acl-agent: " << e.what() << "\n" << Agent::usageText();
     return 2;
   }
+  if (options.mode != Agent::Options::Mode::agent) {
+    std::cerr << "acl-agent: this build has no control socket client yet\n";
+    return 2;
+  }
   if (options.plugins.empty()) options.plugins.push_back(Agent::defaultPluginPath());
   return Agent::AclAgent(std::move(options)).run();
 }

@@ -21,9 +21,12 @@ Dravo::IpGenAddr logAddress(const Dravo::IpGenPrefix& subnet, const Dravo::IpGen
 void doRule(const Dravo::NamespaceName& ns, Verb verb, const Dravo::IpGenPrefix& subnet,
             const Dravo::IpGenAddr& srcIp, const Kiv::String8& dev, const Dravo::EthAddr& mac) {
   const Kiv::String8 line = arptablesRuleLine(ns, verb, subnet, srcIp, dev, mac);
-  if (runBashCmd(line.charPtr()) == 0) return;
-  doLogMessageIfNamespaceExists(ns, "arptables", actionWord(verb), FHRP_ARPTABLES_ERROR,
-                                logAddress(subnet, srcIp), dev);
+  // Reported now, or when a batching applier applies the line.
+  auto report = [ns, verb, subnet, srcIp, dev] {
+    doLogMessageIfNamespaceExists(ns, "arptables", actionWord(verb), FHRP_ARPTABLES_ERROR,
+                                  logAddress(subnet, srcIp), dev);
+  };
+  if (runBashCmd(line.charPtr(), report) != 0) report();
 }
 
 }  // namespace

@@ -10,8 +10,24 @@
 
 namespace Routing::Fhrp {
 
+namespace {
+Kiv::Ptr<Acl::CommandApplier>& applier() {
+  static Kiv::Ptr<Acl::CommandApplier> a;
+  return a;
+}
+}  // namespace
+
+void commandApplierIs(Kiv::Ptr<Acl::CommandApplier> a) {
+  applier() = std::move(a);
+}
+
 int runBashCmd(const char* command) {
+  return runBashCmd(command, nullptr);
+}
+
+int runBashCmd(const char* command, Acl::CommandApplier::FailureReport report) {
   FHRP_TRACE(6, command);
+  if (applier()) return applier()->lineIs(command, std::move(report));
   return ::system(command);
 }
 

@@ -8,6 +8,7 @@
 
 #include <string_view>
 
+#include "platform/acl/CommandApplier.h"
 #include "platform/dravo/IpGenAddr.h"
 #include "platform/dravo/NamespaceName.h"
 #include "platform/kiv/Log.h"
@@ -18,7 +19,16 @@ namespace Routing::Fhrp {
 // Traces the command at level 6 and hands it to system() unchanged (never
 // quoted, never retried). Returns system()'s result as it is: 0 is success,
 // anything else (exit status, signal, -1) is failure.
+// With a host applier in force the line goes to the applier instead; without
+// a report it is still run at once and its status returned.
 int runBashCmd(const char* command);
+// The same for a rule line: an applier that takes the line for later returns
+// 0 and calls `report` if the line fails when applied, so the failure is
+// reported exactly as a failure at once would be.
+int runBashCmd(const char* command, Acl::CommandApplier::FailureReport report);
+
+// The host's applier (from the plug-in context); null: system() per line.
+void commandApplierIs(Kiv::Ptr<Acl::CommandApplier> applier);
 
 // "" for DEFAULT_NS and for the empty name, else "ip netns exec <ns> ".
 Kiv::String8 namespacePrefix(const Dravo::NamespaceName& ns);

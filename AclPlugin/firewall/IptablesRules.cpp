@@ -13,11 +13,15 @@ const char* toolName(Family f) {
   return f == Family::v4 ? "iptables" : "ip6tables";
 }
 
-void doReportIfFailed(int result, const Dravo::NamespaceName& ns, Family family, Verb verb,
-                      const Kiv::String8& address, const Kiv::String8& dev) {
-  if (result == 0) return;
-  doLogMessageIfNamespaceExists(ns, toolName(family), actionWord(verb), FHRP_IPTABLES_ERROR,
-                                failedRuleAddress(address.view()), dev);
+// Runs one line; a failure (now, or when a batching applier applies the
+// line) is reported with the pair's own words.
+void doRunLine(const Kiv::String8& line, const Dravo::NamespaceName& ns, Family family, Verb verb,
+               const Kiv::String8& address, const Kiv::String8& dev) {
+  auto report = [ns, family, verb, address, dev] {
+    doLogMessageIfNamespaceExists(ns, toolName(family), actionWord(verb), FHRP_IPTABLES_ERROR,
+                                  failedRuleAddress(address.view()), dev);
+  };
+  if (runBashCmd(line.charPtr(), report) != 0) report();
 }
 
 // ACCEPT first: on adding it must stand ahead of the DROP rule. An add
@@ -25,16 +29,14 @@ void doReportIfFailed(int result, const Dravo::NamespaceName& ns, Family family,
 void doRulePair(const Dravo::NamespaceName& ns, Family family, Verb verb,
                 const Kiv::String8& address, const Kiv::String8& dev) {
   if (verb == Verb::add) {
-    for (Target target : {Target::accept, Target::drop}) {
-      const Kiv::String8 line = iptablesRuleLine(ns, family, verb, target, address, dev);
-      doReportIfFailed(runBashCmd(line.charPtr()), ns, family, verb, address, dev);
-    }
+    for (Target target : {Target::accept, Target::drop})
+      doRunLine(iptablesRuleLine(ns, family, verb, target, address, dev), ns, family, verb, address,
+                dev);
     return;
   }
   const Kiv::String8 lines[] = {iptablesRuleLine(ns, family, verb, Target::accept, address, dev),
                                 iptablesRuleLine(ns, family, verb, Target::drop, address, dev)};
-  for (const Kiv::String8& line : lines)
-    doReportIfFailed(runBashCmd(line.charPtr()), ns, family, verb, address, dev);
+  for (const Kiv::String8& line : lines) doRunLine(line, ns, family, verb, address, dev);
 }
 
 }  // namespace

@@ -30,7 +30,8 @@ const std::vector<LoaderImpl::Registration>& LoaderImpl::registrations() {
 
 namespace Acl {
 
-PluginContext::PluginContext(Kiv::Ptr<Mirel::EntityManager> em) : em_(std::move(em)) {}
+PluginContext::PluginContext(Kiv::Ptr<Mirel::EntityManager> em, Kiv::Ptr<CommandApplier> applier)
+    : em_(std::move(em)), applier_(std::move(applier)) {}
 PluginContext::~PluginContext() = default;
 
 PluginLoader& DefaultPluginLoader() {

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/acl/CommandApplier.h"
 #include "platform/kiv/Ptr.h"
 
 namespace Mirel {
@@ -92,15 +93,19 @@ class LoaderImpl {
 
 namespace Acl {
 
-// What the host hands each plug-in at init: access to the state database.
+// What the host hands each plug-in at init: access to the state database,
+// and how to apply packet-filter command lines (null: system() per line).
 class PluginContext : public Kiv::PtrInterface {
  public:
-  explicit PluginContext(Kiv::Ptr<Mirel::EntityManager> em);
+  explicit PluginContext(Kiv::Ptr<Mirel::EntityManager> em,
+                         Kiv::Ptr<CommandApplier> applier = nullptr);
   ~PluginContext() override;
   const Kiv::Ptr<Mirel::EntityManager>& entityManager() const { return em_; }
+  const Kiv::Ptr<CommandApplier>& commandApplier() const { return applier_; }
 
  private:
   Kiv::Ptr<Mirel::EntityManager> em_;
+  Kiv::Ptr<CommandApplier> applier_;
 };
 
 using PluginLoader = Plugin::Loader<PluginContext>;

@@ -38,6 +38,11 @@ void ActivityManager::post(Callback cb) {
   posted_.push_back(std::move(cb));
 }
 
+void ActivityManager::doRun(Callback& cb) {
+  cb();
+  if (afterCallback_) afterCallback_();
+}
+
 std::size_t ActivityManager::runReady(int pollMs) {
   std::size_t ran = 0;
   // Posted work first, but only what was posted before this turn, so that
@@ -45,7 +50,7 @@ std::size_t ActivityManager::runReady(int pollMs) {
   for (std::size_t n = posted_.size(); n > 0 && !posted_.empty(); --n) {
     Callback cb = std::move(posted_.front());
     posted_.pop_front();
-    cb();
+    doRun(cb);
     ++ran;
   }
   const double t = now();
@@ -54,7 +59,7 @@ std::size_t ActivityManager::runReady(int pollMs) {
     Callback cb = std::move(it->second);
     timerWhen_.erase(it->first.second);
     timers_.erase(it);
-    cb();
+    doRun(cb);
     ++ran;
   }
   if (!fds_.empty()) {
@@ -66,7 +71,7 @@ std::size_t ActivityManager::runReady(int pollMs) {
         auto it = fds_.find(p.fd);
         if (it == fds_.end() || !(p.revents & (POLLIN | POLLHUP | POLLERR))) continue;
         Callback cb = it->second;  // the callback may remove itself
-        cb();
+        doRun(cb);
         ++ran;
       }
     }

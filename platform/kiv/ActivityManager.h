@@ -41,6 +41,11 @@ class ActivityManager : public PtrInterface {
   // Runs cb on a later turn of the loop, never inside the caller.
   void post(Callback cb);
 
+  // Called after every callback the loop runs (posted work, timers,
+  // descriptors): the end of one unit of work, e.g. to apply what it queued.
+  // One hook; a second call replaces it, an empty one removes it.
+  void afterCallbackIs(Callback cb) { afterCallback_ = std::move(cb); }
+
   // Runs all work that is ready now (posted work, timers due on the clock,
   // readable descriptors) until none is left; never waits. Returns how many
   // callbacks ran.
@@ -57,12 +62,14 @@ class ActivityManager : public PtrInterface {
 
  private:
   std::size_t runReady(int pollMs);
+  void doRun(Callback& cb);
 
   Ptr<const Clock> clock_;
   std::multimap<std::pair<double, TimerId>, Callback> timers_;
   std::map<TimerId, double> timerWhen_;
   std::map<int, Callback> fds_;
   std::deque<Callback> posted_;
+  Callback afterCallback_;
   TimerId nextTimer_ = 1;
   bool stopped_ = false;
 };

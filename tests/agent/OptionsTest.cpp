@@ -25,6 +25,20 @@ TEST(OptionsTest, ParsesEveryOptionAndRefusesBadUsage) {
   EXPECT_FALSE(o.help);
   EXPECT_TRUE(parse({"--help"}).help);
   EXPECT_FALSE(parse({}).untilIdle);
+  EXPECT_EQ(parse({}).apply, Agent::Options::Apply::perLine);
+
+  const Agent::Options ops =
+      parse({"--apply=batch", "--arptables", "stock", "--dry-run=out.txt", "--control",
+             "/tmp/c.sock", "--verify-every", "2.5", "--repair"});
+  EXPECT_EQ(ops.apply, Agent::Options::Apply::batch);
+  EXPECT_EQ(ops.arptables, Agent::Options::Arptables::stock);
+  EXPECT_TRUE(ops.dryRun);
+  EXPECT_EQ(ops.dryRunFile, "out.txt");
+  EXPECT_EQ(ops.controlPath, "/tmp/c.sock");
+  EXPECT_EQ(ops.verifyEvery, 2.5);
+  EXPECT_TRUE(ops.repair);
+  EXPECT_EQ(parse({"status", "--json"}).mode, Agent::Options::Mode::status);
+  EXPECT_TRUE(parse({"verify", "--repair"}).repair);
 
   for (const std::vector<const char*>& bad :
        std::vector<std::vector<const char*>>{{"--state"},
@@ -34,7 +48,16 @@ TEST(OptionsTest, ParsesEveryOptionAndRefusesBadUsage) {
                                              {"--plugin="},
                                              {"--until-idle=1"},
                                              {"state.json"},
-                                             {"-x"}}) {
+                                             {"-x"},
+                                             {"--apply=fast"},
+                                             {"--arptables", "legacy"},
+                                             {"--dry-run="},
+                                             {"--verify-every", "0"},
+                                             {"--verify-every", "1e999"},
+                                             {"--repair=yes"},
+                                             {"--json"},
+                                             {"status", "--state", "s.json"},
+                                             {"verify", "--json"}}) {
     EXPECT_THROW(parse(bad), Agent::UsageError) << bad[0];
   }
 }
