@@ -132,6 +132,10 @@ TEST_F(SmFixture, ReactorsFollowInputsAndTheNotificationSwitch) {
   EXPECT_EQ(sm->virtualIp6IntfStatus(c), nullptr);
   EXPECT_NE(sm->virtualIp6IntfStatus(d->key()), nullptr);
 
+  Kiv::Ptr<Interface::AllIntfStatusDir> otherIntfs = new Interface::AllIntfStatusDir();
+  sm->allIntfStatusDirIs(otherIntfs);
+  EXPECT_EQ(sm->allIntfStatusDir(), otherIntfs);
+
   EXPECT_THROW(sm->virtualIpIntfStatusIs(nullptr), Kiv::RangeException);
   try {
     sm->virtualIp6IntfStatusIs(nullptr);
