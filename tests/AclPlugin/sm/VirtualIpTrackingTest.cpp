@@ -72,6 +72,11 @@ TEST_F(VipSmFixture, InterfaceMembershipDecidesTheRulesAndTheRecord) {
                           adding));
   EXPECT_EQ(sm->localVip(vrfIp("red", "10.0.0.1")), local);
 
+  // Called directly on an interface already recorded, the add worker runs nothing.
+  FakeSystem::reset();
+  sm->doAddVirtualIpForIntfId(vipKey("red", "10.0.0.1/32"), vlan10);
+  EXPECT_THAT(FakeSystem::commands(), IsEmpty());
+
   // A second interface joins the same record, by a whole-set replacement
   // that queues the members of the new set.
   FakeSystem::reset();
