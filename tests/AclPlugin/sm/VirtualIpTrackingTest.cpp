@@ -41,21 +41,15 @@ TEST_F(VipSmFixture, InterfaceMembershipDecidesTheRulesAndTheRecord) {
   Kiv::Ptr<LocalVipStatus> local = sm->localVip(vrfIp("red", "10.0.0.1"));
   ASSERT_TRUE(local);
   EXPECT_EQ(local->netNs(), Dravo::NamespaceName("ns-red"));
+  const std::string made = "Adding to LocalVipStatus with 10.0.0.1/32 on vrf red";
   const std::string adding =
       "Adding interface Vlan10 to LocalVipStatus with 10.0.0.1/32 on vrf red";
-  EXPECT_THAT(traces.at(4),
-              ElementsAre("Adding to LocalVipStatus with 10.0.0.1/32 on vrf red", adding));
+  EXPECT_THAT(traces.at(4), ElementsAre(made, adding));
   // The IPv4 worker records the interface after running its commands.
   EXPECT_GT(traceIndex(traces, 4, adding), traceIndex(traces, 6, FakeSystem::commands()[1]));
   // Steps shared between handlers are traced under the handler they run for.
-  for (const TraceLine& l : traces.lines()) {
-    if (l.text.starts_with("Adding to LocalVipStatus")) {
-      EXPECT_EQ(l.function, "doHandleBacklogIp");
-    }
-    if (l.text == adding) {
-      EXPECT_EQ(l.function, "doAddVirtualIpForIntfId");
-    }
-  }
+  EXPECT_EQ(traces.lines()[traceIndex(traces, 4, adding)].function, "doAddVirtualIpForIntfId");
+  EXPECT_EQ(traces.lines()[traceIndex(traces, 4, made)].function, "doHandleBacklogIp");
 
   // Written three times while installed: one decision, which removes the
   // rules and writes them again.
