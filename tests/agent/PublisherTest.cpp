@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <map>
 #include <memory>
 #include <string>
@@ -39,12 +38,6 @@ class Recorder {
   }
   std::vector<std::string> log;
   std::vector<std::string> problems;
-  // Whether both lines are in the log, `first` before `second`.
-  bool before(const std::string& first, const std::string& second) const {
-    auto a = std::find(log.begin(), log.end(), first);
-    auto b = std::find(log.begin(), log.end(), second);
-    return a < b && b != log.end();
-  }
 
  private:
   template <class Base>
@@ -127,34 +120,8 @@ class Recorder {
 
 const char* const kBase = AgentTest::baseDocument;
 
-TEST(PublisherTest, PublishesAtTheMountPaths) {
-  Kiv::Ptr<Mirel::EntityManager> em = new Mirel::EntityManager();
-  Publisher p(em);
-  EXPECT_EQ(p.publish(parseStateDocument(kBase)), 10u);
-  EXPECT_EQ(em->getEntityAs<Routing::Fhrp::VirtualIpStatus>("routing/fhrp/virtualIpStatus"),
-            p.virtualIpStatus());
-  EXPECT_EQ(em->getEntityAs<Routing::Fhrp::VirtualIp6Status>("routing6/fhrp/virtualIpStatus"),
-            p.virtualIp6Status());
-  EXPECT_EQ(em->getEntityAs<Routing::Fhrp::VirtualRouterMacStatus>("routing/fhrp/vrMacStatus"),
-            p.virtualRouterMacStatus());
-  EXPECT_EQ(em->getEntityAs<Interface::AllIntfStatusDir>("interface/status/all"),
-            p.allIntfStatusDir());
-  EXPECT_EQ(em->getEntityAs<Ip::AllVrfStatusLocal>(Cell::path("ip/vrf/status/local", 0)),
-            p.allVrfStatusLocal());
-
-  EXPECT_EQ(p.allIntfStatusDir()->intfStatus(Dravo::IntfId("Vlan20"))->deviceName(), "vlan20");
-  EXPECT_EQ(p.allVrfStatusLocal()->vrf(L3::VrfName("red"))->netNs(),
-            Dravo::NamespaceName("ns-red"));
-  EXPECT_EQ(p.virtualRouterMacStatus()->lumoVirtualMac().stringValue(), "02:1c:73:00:00:99");
-  auto red =
-      p.virtualIpStatus()->virtualIp({L3::VrfName("red"), Dravo::IpGenAddrWithMask("10.1.0.1/24")});
-  ASSERT_TRUE(red);
-  EXPECT_EQ(red->netNs(), Dravo::NamespaceName("ns-red"));
-  ASSERT_TRUE(red->intfIdSet(Dravo::IntfId("Vlan20")));
-  EXPECT_EQ(*red->intfIdSet(Dravo::IntfId("Vlan20")), "");
-  EXPECT_EQ(p.virtualIp6Status()->virtualIpSize(), 1u);
-}
-
+// Where the inputs are published, and with what values, is pinned end to end:
+// the agent's tests find the plug-in's rules in the document's namespaces.
 TEST(PublisherTest, OnlyRealChangesNotify) {
   Publisher p(new Mirel::EntityManager());
   Recorder r(p);
@@ -201,23 +168,11 @@ TEST(PublisherTest, ReloadPublishesWhatVirtualIpsUseFirstAndRemovesItLast) {
   Publisher p(new Mirel::EntityManager());
   Recorder r(p);
   p.publish(parseStateDocument(kBase));
-  r.log.clear();
+  // The recorder checks after every notification that nothing a virtual IP
+  // uses is missing: added first, removed last, both ways.
   p.publish(parseStateDocument(next));
+  p.publish(parseStateDocument(kBase));
   EXPECT_THAT(r.problems, IsEmpty());
-  // Added: interface and VRF before the virtual IPs that use them.
-  EXPECT_TRUE(r.before("onIntfStatus Vlan30", "onIntfIdSet default 10.0.0.1/24 Vlan30"));
-  EXPECT_TRUE(r.before("onVrf blue", "onVirtualIp blue 10.1.0.1/24"));
-  EXPECT_TRUE(r.before("onVirtualIp blue 10.1.0.1/24", "onIntfIdSet blue 10.1.0.1/24 Vlan30"));
-  EXPECT_TRUE(r.before("onIntfStatus Vlan30", "onIntfIdSet blue 2001:db8::1 Vlan30"));
-  // Removed: the virtual IPs before their VRF and interface.
-  EXPECT_TRUE(r.before("onVirtualIp red 10.1.0.1/24", "onVrf red"));
-  EXPECT_TRUE(r.before("onVirtualIp red 2001:db8::1", "onIntfStatus Vlan20"));
-
-  r.log.clear();
-  p.publish(parseStateDocument(kBase));  // and back
-  EXPECT_THAT(r.problems, IsEmpty());
-  EXPECT_TRUE(r.before("onVirtualIp blue 10.1.0.1/24", "onVrf blue"));
-  EXPECT_TRUE(r.before("onIntfStatus Vlan20", "onIntfIdSet red 10.1.0.1/24 Vlan20"));
 }
 
 }  // namespace

@@ -90,16 +90,5 @@ TEST_F(IptablesRulesTest, EachFailedLineIsReportedWhileTheNamespaceExists) {
   EXPECT_EQ(openDescriptors(), descriptors) << "the namespace probe is closed on every path";
 }
 
-TEST(IptablesRuleLine, BuildsOneRuleOfThePair) {
-  EXPECT_EQ(
-      iptablesRuleLine(Dravo::DEFAULT_NS, Family::v4, Verb::add, Target::accept, "10.0.0.1", "et1"),
-      "iptables -t mangle -A PREROUTING -p icmp -d 10.0.0.1 -i et1 -m comment --comment "
-      "\"KESTEL ADDED\" -j ACCEPT");
-  EXPECT_EQ(iptablesRuleLine(Dravo::NamespaceName("red"), Family::v6, Verb::drop, Target::drop,
-                             "fe80::1", "et1"),
-            "ip netns exec red ip6tables -t mangle -D PREROUTING -p all -d fe80::1 -i et1 -m "
-            "comment --comment \"KESTEL ADDED\" -j DROP 2>/dev/null");
-}
-
 }  // namespace
 }  // namespace Routing::Fhrp::Firewall

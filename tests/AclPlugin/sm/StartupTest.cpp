@@ -15,11 +15,10 @@ const Lines defaultFlushes = {"iptables -t mangle -F PREROUTING",
                               "ip6tables -t mangle -F PREROUTING", "arptables -F OUT"};
 
 TEST_F(SmFixture, NullInputsFlushDefaultNamespaceAndInitialize) {
-  TraceCapture traces("VirtualIpArpMangleSm/6,8");
+  TraceCapture traces("VirtualIpArpMangleSm/8");
   Kiv::Ptr<VirtualIpArpTablesSm> sm(
       new VirtualIpArpTablesSm(nullptr, nullptr, nullptr, nullptr, nullptr));
   EXPECT_EQ(FakeSystem::commands(), defaultFlushes);
-  EXPECT_EQ(traces.at(6), defaultFlushes) << "every command line traced alone";
   EXPECT_TRUE(sm->initialized());
   Kiv::Ptr<const Oru::TimerWheel> wheel = sm->virtualIpTimerWheel();
   ASSERT_TRUE(wheel);
@@ -131,6 +130,10 @@ TEST_F(SmFixture, ReactorsFollowInputsAndTheNotificationSwitch) {
   vip6->virtualIpIs(std::vector<Kiv::Ptr<VirtualIp6IntfStatus>>{d});
   EXPECT_EQ(sm->virtualIp6IntfStatus(c), nullptr);
   EXPECT_NE(sm->virtualIp6IntfStatus(d->key()), nullptr);
+
+  Kiv::Ptr<Interface::AllIntfStatusDir> otherIntfs = new Interface::AllIntfStatusDir();
+  sm->allIntfStatusDirIs(otherIntfs);
+  EXPECT_EQ(sm->allIntfStatusDir(), otherIntfs);
 
   EXPECT_THROW(sm->virtualIpIntfStatusIs(nullptr), Kiv::RangeException);
   try {

@@ -109,6 +109,7 @@ TEST_F(VipSmFixture, NewVirtualMacIsTakenUpByTheNextAdd) {
   intfIs("Vlan10", "vlan10");
   vrMac->lumoVirtualMacIs(Dravo::EthAddr(mac1));
   vipIs("red", "10.1.1.1/24", "ns-red")->intfIdSetIs(vlan10);
+  vip6Is("red", "2001:db8::1", "ns-red")->intfIdSetIs(vlan10);
   Kiv::Ptr<VirtualIpArpTablesSm> sm = runningSm();
   vipIs("red", "10.1.1.2/24", "ns-red")->intfIdSetIs(vlan10);
   tick();
@@ -118,13 +119,14 @@ TEST_F(VipSmFixture, NewVirtualMacIsTakenUpByTheNextAdd) {
   FakeSystem::reset();
   TraceCapture traces;
 
-  // The change re-queues every pair and runs nothing by itself.
+  // The change re-queues every pair, IPv6 ones too, and runs nothing by itself.
   vrMac->lumoVirtualMacIs(Dravo::EthAddr(mac2));
   EXPECT_THAT(FakeSystem::commands(), IsEmpty());
-  EXPECT_EQ(sm->virtualIpBacklogCollectionSize(), 2u);
+  EXPECT_EQ(sm->virtualIpBacklogCollectionSize(), 3u);
   // Decide only 10.1.1.2's pair, so that the new rule's source can only be
   // the virtual IP being added, not the old source.
   sm->virtualIpBacklogCollectionDel(VirtualIpBacklogKey(vipKey("red", "10.1.1.1/24"), vlan10));
+  sm->virtualIpBacklogCollectionDel(VirtualIpBacklogKey(vipKey("red", "2001:db8::1/128"), vlan10));
   tick();
   EXPECT_EQ(
       commandsWith("arptables"),
@@ -141,6 +143,18 @@ TEST_F(VipSmFixture, NewVirtualMacIsTakenUpByTheNextAdd) {
   tick();
   EXPECT_THAT(commandsWith("arptables"), IsEmpty());
   EXPECT_EQ(record->srcIp(), Dravo::IpGenAddr("10.1.1.2"));
+
+  // The source leaves before any pair was decided under a newer MAC: the
+  // rule that takes over carries that MAC, not the record's.
+  vrMac->lumoVirtualMacIs(Dravo::EthAddr(mac1));
+  sm->virtualIpBacklogCollectionDelAll();
+  FakeSystem::reset();
+  vip->virtualIpDel(vipKey("red", "10.1.1.2/24"));
+  tick();
+  EXPECT_EQ(
+      commandsWith("arptables"),
+      (std::vector<std::string>{arpLine(inRed, false, "10.1.1.0/24", "vlan10", mac2, "10.1.1.2"),
+                                arpLine(inRed, true, "10.1.1.0/24", "vlan10", mac1, "10.1.1.1")}));
 }
 
 TEST_F(VipSmFixture, SubnetMembershipFollowsTheInputEntryNotTheInterface) {

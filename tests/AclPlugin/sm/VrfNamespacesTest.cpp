@@ -26,16 +26,19 @@ TEST_F(SmFixture, RemovedVrfForgetsOnlyItsOwnRecordsAndRunsNoCommand) {
   sm->localVipSubnetIs(intfSubnet("Vlan20", "10.0.0.0/24"), "vlan20", L3::VrfName("blue"),
                        Dravo::NamespaceName("ns-blue"));
   FakeSystem::reset();
-  TraceCapture traces("VirtualIpArpMangleSm/4");
+  TraceCapture traces("VirtualIpArpMangleSm/4,8");
 
   // A change of a VRF that still has an entry, even to state 2, changes nothing.
   vrfIs("red", Ip::VrfState::deleting, "ns-red");
   EXPECT_TRUE(sm->localVip(vrfIp("red", "10.0.0.1")));
-  EXPECT_THAT(traces.lines(), IsEmpty());
+  EXPECT_THAT(traces.at(4), IsEmpty());
 
   allVrf->vrfDel(L3::VrfName("red"));
   EXPECT_THAT(traces.at(4),
               ::testing::ElementsAre("Vrf red is being deleted, cleaning up local state."));
+  EXPECT_EQ(traces.at(8), std::vector<std::string>(2,
+                                                   "void Routing::Fhrp::VirtualIpArpTablesSm::"
+                                                   "handleVrfStatus(L3::VrfName)"));
   auto count = [&] {
     std::map<std::string, int> n;
     for (auto it = sm->localVipIterator(); it; ++it)
@@ -66,8 +69,12 @@ TEST_F(SmFixture, NamespaceOfAVrfIsUsableUnlessMissingOrDeleting) {
   vrfIs("green", Ip::VrfState::active, "ns-green");
   const std::map<std::string, bool> usable = {
       {"default", true}, {"red", true}, {"blue", false}, {"green", true}, {"white", false}};
+  TraceCapture traces("VirtualIpArpMangleSm/8");
   for (const auto& [vrf, expected] : usable)
     EXPECT_EQ(sm->doesNetNsExistsForVrf(L3::VrfName(vrf.c_str())), expected) << vrf;
+  EXPECT_EQ(traces.at(8), std::vector<std::string>(usable.size(),
+                                                   "bool Routing::Fhrp::VirtualIpArpTablesSm::"
+                                                   "doesNetNsExistsForVrf(L3::VrfName)"));
 }
 
 }  // namespace

