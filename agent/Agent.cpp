@@ -137,7 +137,7 @@ bool AclAgent::doPublishStateFile(bool reload) {
   StateDocument next;
   try {
     next = loadStateDocument(file);
-  } catch (const StateDocumentError& e) {
+  } catch (const std::exception& e) {  // a refused document, or one too large to hold
     std::cerr << "acl-agent: " << file << ": " << e.what() << "\n";
     if (reload) std::cerr << "acl-agent: reload refused; the state in force stays\n";
     return false;
