@@ -35,7 +35,9 @@ dpkg-deb -f "$deb" Depends | grep -q iptables || fail "the package does not depe
 # --until-idle, the default plug-in, a notify socket named by its path.
 ip netns add ns-red
 ip netns add ns-blue
-"$listener" "$work/notify" 60 >"$work/notes1" &
+"$listener" "$work/notify" 60 >"$work/notes1" 2>&1 &
+listener_pid=$!
+trap 'kill "$listener_pid" 2>/dev/null; rm -rf "$work"' EXIT
 wait_for "$work/notes1" LISTENING
 NOTIFY_SOCKET="$work/notify" timeout 60 "$r/usr/bin/acl-agent" \
   --state "$r/etc/acl-agent/state.example.json" --until-idle 2>"$work/err"
@@ -47,14 +49,16 @@ grep -q "published .*: 4 interfaces, 2 VRFs, 5 IPv4 VIPs, 2 IPv6 VIPs$" "$work/e
 ip netns exec ns-red iptables -t mangle -S PREROUTING | grep -q -- "-d 10.0.20.1/32 -i vlan20" ||
   fail "no rule for 10.0.20.1 in ns-red"
 wait_for "$work/notes1" "^READY=1$"
+kill "$listener_pid"
 
 # As the service runs: an abstract notify socket, a reload, a stop.
 iptables -t mangle -F PREROUTING
-"$listener" "@acl-agent-test-$$" 60 >"$work/notes2" &
+"$listener" "@acl-agent-test-$$" 60 >"$work/notes2" 2>&1 &
 wait_for "$work/notes2" LISTENING
 NOTIFY_SOCKET="@acl-agent-test-$$" "$r/usr/bin/acl-agent" \
   --state "$r/etc/acl-agent/state.example.json" 2>"$work/err2" &
 agent_pid=$!
+trap 'kill "$agent_pid" 2>/dev/null; rm -rf "$work"' EXIT
 wait_for "$work/notes2" "^READY=1$"
 # Ready means the rules are made.
 iptables -t mangle -S PREROUTING | grep -q -- "-d 10.0.10.1/32 -i vlan10" ||
