@@ -92,7 +92,7 @@ std::string inQuotes(std::string_view s) {
 }
 
 // Every text the agent takes from a document: a NUL would end it early in
-// the plug-in's C strings (and did turn "10.0.10.1\0junk/24" into /24).
+// the C strings it becomes ("10.0.10.1\0junk/24" would read as 10.0.10.1).
 const std::string& noNul(const std::string& s, const std::string& at) {
   if (s.find('\0') != std::string::npos) refuse(at, inQuotes(s) + " holds a NUL character");
   return s;
