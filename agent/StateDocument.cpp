@@ -20,42 +20,50 @@ constexpr std::size_t kShownBytes = 64;     // of one echoed value
 constexpr std::size_t kMessageBytes = 400;  // of a place or a reason
 constexpr std::size_t kIntfIdBytes = 64;    // "Ethernet3/1/4.4094" and the like
 
-// Cuts s to at most max bytes, not inside a UTF-8 character; true if cut.
-bool cut(std::string_view& s, std::size_t max) {
-  if (s.size() <= max) return false;
-  std::size_t n = max;
-  while (n > 0 && (static_cast<unsigned char>(s[n]) & 0xC0) == 0x80) --n;
-  s = s.substr(0, n);
-  return true;
+// The bytes of the UTF-8 character that starts with lead.
+std::size_t utf8Length(unsigned char lead) {
+  return lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : lead >= 0xc0 ? 2 : 1;
 }
 
-// Control characters (NUL among them) as JSON writes them, so that no
-// document can end a message line early or forge one of its own.
-std::string escaped(std::string_view s, bool quotes) {
+// s with control characters (NUL among them) escaped as JSON escapes them,
+// and with quotes also '"' and '\\', so that no document can end a message
+// line early or forge one of its own; cut to at most max bytes of output,
+// never inside an escape or a UTF-8 character. Sets *wasCut when cut.
+std::string escaped(std::string_view s, bool quotes, std::size_t max, bool* wasCut) {
   static const char hex[] = "0123456789abcdef";
   std::string out;
-  for (char c : s) {
-    const auto u = static_cast<unsigned char>(c);
-    if (c == '\n')
-      out += "\\n";
-    else if (c == '\t')
-      out += "\\t";
-    else if (c == '\r')
-      out += "\\r";
+  *wasCut = false;
+  for (std::size_t i = 0; i < s.size();) {
+    const auto u = static_cast<unsigned char>(s[i]);
+    std::size_t len = 1;
+    std::string piece;
+    if (u == '\n')
+      piece = "\\n";
+    else if (u == '\t')
+      piece = "\\t";
+    else if (u == '\r')
+      piece = "\\r";
     else if (u < 0x20 || u == 0x7f)
-      out += std::string("\\u00") + hex[u >> 4] + hex[u & 15];
-    else if (quotes && (c == '"' || c == '\\'))
-      out += std::string("\\") + c;
+      piece = std::string("\\u00") + hex[u >> 4] + hex[u & 15];
+    else if (quotes && (u == '"' || u == '\\'))
+      piece = std::string("\\") + s[i];
     else
-      out += c;
+      piece = s.substr(i, len = std::min(utf8Length(u), s.size() - i));
+    if (out.size() + piece.size() > max) {
+      *wasCut = true;
+      break;
+    }
+    out += piece;
+    i += len;
   }
   return out;
 }
 
 // One line of bounded length: escaped, and cut with an ellipsis.
 std::string oneLine(std::string_view s, std::size_t max) {
-  const bool wasCut = cut(s, max);
-  return escaped(s, false) + (wasCut ? "..." : "");
+  bool wasCut;
+  std::string out = escaped(s, false, max, &wasCut);
+  return wasCut ? out + "..." : out;
 }
 
 }  // namespace
@@ -76,10 +84,12 @@ namespace {
 // The pointer of a member (escaped as JSON pointers escape '~' and '/'; a
 // long name cut with an ellipsis).
 std::string member(const std::string& at, std::string_view name) {
-  std::string s = at + "/";
-  const bool wasCut = cut(name, kShownBytes);
-  for (char c : name) s += c == '~' ? "~0" : c == '/' ? "~1" : std::string(1, c);
-  return wasCut ? s + "..." : s;
+  std::string pointer;
+  for (char c : name.substr(0, kShownBytes))
+    pointer += c == '~' ? "~0" : c == '/' ? "~1" : std::string(1, c);
+  bool wasCut;
+  pointer = escaped(pointer, false, kShownBytes, &wasCut);
+  return at + "/" + pointer + (wasCut || name.size() > kShownBytes ? "..." : "");
 }
 std::string item(const std::string& at, std::size_t i) {
   return at + "/" + std::to_string(i);
@@ -87,8 +97,9 @@ std::string item(const std::string& at, std::size_t i) {
 // A value as a message shows it: quoted, escaped as in JSON and cut to
 // kShownBytes with an ellipsis.
 std::string inQuotes(std::string_view s) {
-  const bool wasCut = cut(s, kShownBytes);
-  return "\"" + escaped(s, true) + "\"" + (wasCut ? "..." : "");
+  bool wasCut;
+  const std::string shown = escaped(s, true, kShownBytes, &wasCut);
+  return "\"" + shown + "\"" + (wasCut ? "..." : "");
 }
 
 // Every text the agent takes from a document: a NUL would end it early in

@@ -17,6 +17,12 @@ const std::string kIntf = R"("interfaces": {"Vlan10": {"device": "vlan10"}})";
 const std::string kRed = R"("vrfs": {"red": {"namespace": "ns-red"}})";
 const std::string kLumo = R"("virtualRouterMac": {"lumo": "02:1c:73:00:00:99"})";
 
+std::string repeat(const std::string& s, int n) {
+  std::string out;
+  while (n-- > 0) out += s;
+  return out;
+}
+
 struct Refusal {
   std::string text;
   std::string place;
@@ -84,6 +90,8 @@ TEST(StateDocumentTest, RefusesWithPlaceAndReason) {
        "/virtualIps/0/address", "\"\\n%FHRP_IPTABLES_ERROR: forged\""},
       {R"({"interfaces": {"Vlan10": {"device": ")" + huge + R"("}}})", "/interfaces/Vlan10/device",
        "device name \"" + huge.substr(0, 64) + "\"... must be 1 to 15 bytes long"},
+      {"{\"" + std::string(100, '\x7f') + "\": 1}", "/" + repeat("\\u007f", 10) + "...",
+       "unknown field"},
       // Interface ids: a bounded length, nothing that breaks a trace line.
       {R"({"interfaces": {")" + std::string(65, 'i') + R"(": {"device": "et1"}}})",
        "/interfaces/" + std::string(64, 'i') + "...", "must be 1 to 64 bytes long"},
