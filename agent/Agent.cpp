@@ -12,6 +12,7 @@
 #include <iostream>
 
 #include "agent/apply/Appliers.h"
+#include "agent/service/Notify.h"
 
 namespace Agent {
 
@@ -60,6 +61,8 @@ int AclAgent::run() {
     while (!loop_->stopped()) {
       if (loop_->idle() && pending_)
         doPublishPending(true);
+      else if (loop_->idle() && !ready_)
+        doNotifyReady();
       else if (loop_->idle() && options_.untilIdle)
         break;
       else
@@ -158,10 +161,14 @@ void AclAgent::doWatchStateFile() {
 
 bool AclAgent::doPublishStateFile(bool reload) {
   const std::string& file = options_.stateFile;
+  if (reload && ready_) {
+    Service::notifyReloading();
+    ready_ = false;
+  }
   StateDocument next;
   try {
     next = loadStateDocument(file);
-  } catch (const StateDocumentError& e) {
+  } catch (const std::exception& e) {  // a refused document, or one too large to hold
     std::cerr << "acl-agent: " << file << ": " << e.what() << "\n";
     if (reload) std::cerr << "acl-agent: reload refused; the state in force stays\n";
     return false;
@@ -190,6 +197,13 @@ void AclAgent::doPublishPending(bool reload) {
   std::cerr << "\n";
 }
 
+void AclAgent::doNotifyReady() {
+  // The first idle loop: the plug-in's start-up flush ran and the document's
+  // rules are made; after a reload, all its phases are applied.
+  Service::notify("READY=1");
+  ready_ = true;
+}
+
 void AclAgent::handleSignals() {
   unsigned char sigs[16];
   ssize_t n;
@@ -197,6 +211,7 @@ void AclAgent::handleSignals() {
     for (ssize_t i = 0; i < n; ++i) {
       if (sigs[i] != SIGHUP) {
         std::cerr << "acl-agent: " << ::strsignal(sigs[i]) << ": stopping\n";
+        Service::notify("STOPPING=1");
         loop_->stop();
       } else if (options_.stateFile.empty()) {
         std::cerr << "acl-agent: SIGHUP: no state file to reload\n";

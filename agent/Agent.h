@@ -24,6 +24,10 @@
 //     (on reload, N counts the changes of both phases)
 //   acl-agent: FILE: PLACE: REASON
 //   acl-agent: internal error: WHAT
+// Under a service manager ($NOTIFY_SOCKET, see service/Notify.h) the agent
+// sends READY=1 when the loop first goes idle (the point --until-idle exits
+// at), RELOADING=1 when a reload starts and READY=1 again once it is
+// applied or refused, and STOPPING=1 on SIGTERM/SIGINT.
 // One agent per process: it installs signal handlers and the process's loop.
 #pragma once
 
@@ -66,6 +70,7 @@ class AclAgent {
   bool doPublishStateFile(bool reload);
   // Phase 2, or the only one: publishes the waiting target.
   void doPublishPending(bool reload);
+  void doNotifyReady();
   void handleSignals();
   void handleStateDirEvents();
 
@@ -83,6 +88,7 @@ class AclAgent {
   Kiv::ActivityManager::TimerId reloadTimer_ = 0;
   std::optional<StateDocument> pending_;  // phase 2's target, while it waits
   std::size_t pendingChanges_ = 0;        // made by phase 1 of the reload
+  bool ready_ = false;                    // READY=1 sent since start-up or the last reload
 };
 
 }  // namespace Agent

@@ -124,7 +124,7 @@ const char* usageText() {
          "The agent:\n"
          "  --state FILE        state document (JSON) to publish; re-read on change and on SIGHUP\n"
          "  --plugin SO         plug-in to load (repeatable; default: VirtualIpArpTablesPlugin.so\n"
-         "                      of this installation)\n"
+         "                      beside acl-agent, else in ../lib/acl-agent)\n"
          "  --trace SPEC        trace levels, e.g. VirtualIpArpMangleSm/0-8 (repeatable)\n"
          "  --until-idle        exit 0 once the plug-in is running and has no work left\n"
          "  --apply MODE        per-line (default): one process per rule line;\n"
@@ -146,8 +146,13 @@ const char* usageText() {
 
 std::string defaultPluginPath() {
   std::error_code ec;
-  std::filesystem::path exe = std::filesystem::read_symlink("/proc/self/exe", ec);
-  return (exe.parent_path() / "VirtualIpArpTablesPlugin.so").string();
+  const std::filesystem::path bin =
+      std::filesystem::read_symlink("/proc/self/exe", ec).parent_path();
+  const std::filesystem::path built = bin / "VirtualIpArpTablesPlugin.so";
+  const std::filesystem::path installed = bin / "../lib/acl-agent/VirtualIpArpTablesPlugin.so";
+  if (!std::filesystem::exists(built, ec) && std::filesystem::exists(installed, ec))
+    return installed.lexically_normal().string();
+  return built.string();
 }
 
 }  // namespace Agent

@@ -42,7 +42,8 @@ class UsageError : public std::runtime_error {
 // as "--dry-run=FILE". A client mode is the first argument.
 Options parseOptions(int argc, const char* const* argv);
 const char* usageText();
-// VirtualIpArpTablesPlugin.so in the folder of the running executable.
+// VirtualIpArpTablesPlugin.so in the folder of the running executable (the
+// build tree), else in ../lib/acl-agent from it (installed).
 std::string defaultPluginPath();
 
 }  // namespace Agent

@@ -10,10 +10,11 @@
 //   }
 //
 // Every section and every field not named "required" below is optional.
-// - interfaces: interface id -> { "device": kernel device name (required) }.
+// - interfaces: interface id (1 to 64 bytes, no control characters) ->
+//   { "device": kernel device name (required) }.
 // - vrfs: VRF name (at most 100 bytes) -> { "state": "active" (default) |
 //   "inactive" | "deleting", "namespace": required, except for the VRF
-//   "default", where it defaults to "default" }.
+//   "default", where it defaults to "default" }. No control characters.
 // - virtualRouterMac: "lumo" and "vrrp", each six hex bytes, not multicast;
 //   absent is zero. "lumo" must be set (not zero) when any IPv4 virtual IP
 //   has a prefix length under 32: its subnet's arptables rule rewrites the
@@ -29,6 +30,11 @@
 //   must be in /interfaces. Two entries with the same VRF and address are
 //   refused, for IPv4 even with different prefix lengths: the plug-in keeps
 //   one record per VRF and address.
+//   Never a router's own, so refused: 0.0.0.0/8, 127.0.0.0/8, multicast,
+//   255.255.255.255, and under /31 the network and broadcast address of
+//   the virtual IP's own subnet; for IPv6 ::, ::1, ff00::/8 and IPv4-mapped
+//   addresses.
+// No text anywhere may hold a NUL character.
 // Namespace and device names go unquoted into the plug-in's shell command
 // lines ("ip netns exec <ns> iptables ... -i <dev> ..."), so they are limited
 // to [A-Za-z0-9_.@:+-], may not start with '-' (an option to ip or
@@ -55,8 +61,10 @@
 namespace Agent {
 
 // A refused document: where (a JSON pointer such as "/virtualIps/1/address",
-// or "line 3, column 7" for a syntax error; empty when the file cannot be
-// read) and why.
+// or "line 3, column 7" for a syntax error or a number out of range; empty
+// when the file cannot be read) and why. Both are one line of at most a few
+// hundred bytes: control characters escaped as in JSON, echoed values cut
+// to 64 bytes with "...", so a document can neither forge nor flood lines.
 class StateDocumentError : public std::runtime_error {
  public:
   StateDocumentError(std::string place, std::string reason);

@@ -1,21 +1,33 @@
 #!/usr/bin/env bash
-# Fuzzes the key text parsers with libFuzzer (clang, AddressSanitizer, leak
-# checking). Usage: scripts/fuzz.sh [runs]   (default 200000)
-# Builds in build/fuzz; a fault leaves crash-* in build/fuzz/findings, which
-# `build/fuzz/bin/key_parser_fuzz_driver FILE` replays.
+# Fuzzes the key text parsers and the state-document parser with libFuzzer
+# (clang, AddressSanitizer, leak checking).
+#
+#   scripts/fuzz.sh [RUNS]        each target for RUNS inputs (default 200000)
+#   scripts/fuzz.sh --seconds N   each target for about N seconds (CI)
+#
+# Builds in build/fuzz. The state documents start from tests/fuzz/corpus/state
+# (new finds go to build/fuzz/corpus, never into the repo). A fault leaves
+# crash-* in build/fuzz/findings, which the target's driver replays:
+# `build/fuzz/bin/state_document_fuzz_driver FILE` (or key_parser_fuzz_driver).
 set -euo pipefail
 cd "$(dirname "$0")/.."
-runs="${1:-200000}"
+limit=(-runs="${1:-200000}")
+if [ "${1:-}" = --seconds ]; then
+  limit=(-max_total_time="${2:?--seconds needs a number}")
+fi
 dir=build/fuzz
 
-# Every object gets coverage and ASan, so that libFuzzer sees the parser's
-# branches and ASan checks its memory; the fuzzer binary adds libFuzzer's main.
+# Every object gets coverage and ASan, so that libFuzzer sees the parsers'
+# branches and ASan checks their memory; the fuzzer binaries add libFuzzer's main.
 CC=clang CXX=clang++ cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DFHRP_FUZZ=ON -DFHRP_SANITIZE=ON -DCMAKE_CXX_FLAGS=-fsanitize=fuzzer-no-link >/dev/null
-cmake --build "$dir" -j "$(nproc)" --target key_parser_fuzzer key_parser_fuzz_driver
+cmake --build "$dir" -j "$(nproc)" --target key_parser_fuzzer key_parser_fuzz_driver \
+  state_document_fuzzer
 
-corpus="$dir/corpus"
-mkdir -p "$corpus" "$dir/findings"
-"$dir/bin/key_parser_fuzz_driver" --write-seeds "$corpus"
-ASAN_OPTIONS=detect_leaks=1 "$dir/bin/key_parser_fuzzer" -runs="$runs" -max_len=4096 \
-  -artifact_prefix="$dir/findings/" "$corpus"
+mkdir -p "$dir/corpus/keys" "$dir/corpus/state" "$dir/findings"
+"$dir/bin/key_parser_fuzz_driver" --write-seeds "$dir/corpus/keys"
+export ASAN_OPTIONS=detect_leaks=1
+"$dir/bin/key_parser_fuzzer" "${limit[@]}" -max_len=4096 -artifact_prefix="$dir/findings/" \
+  "$dir/corpus/keys"
+"$dir/bin/state_document_fuzzer" "${limit[@]}" -max_len=8192 -dict=tests/fuzz/state.dict \
+  -artifact_prefix="$dir/findings/" "$dir/corpus/state" tests/fuzz/corpus/state

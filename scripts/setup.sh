@@ -5,6 +5,8 @@ set -euo pipefail
 
 packages=(g++ clang cmake ninja-build pkg-config googletest libgtest-dev libgmock-dev
   libbenchmark-dev nlohmann-json3-dev iproute2 iptables arptables util-linux)
+# dpkg-shlibdeps: the library dependencies of the .deb that cpack builds.
+packages+=(dpkg-dev)
 
 missing=()
 for p in "${packages[@]}"; do

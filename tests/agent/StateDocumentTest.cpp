@@ -17,6 +17,12 @@ const std::string kIntf = R"("interfaces": {"Vlan10": {"device": "vlan10"}})";
 const std::string kRed = R"("vrfs": {"red": {"namespace": "ns-red"}})";
 const std::string kLumo = R"("virtualRouterMac": {"lumo": "02:1c:73:00:00:99"})";
 
+std::string repeat(const std::string& s, int n) {
+  std::string out;
+  while (n-- > 0) out += s;
+  return out;
+}
+
 struct Refusal {
   std::string text;
   std::string place;
@@ -25,11 +31,14 @@ struct Refusal {
 
 TEST(StateDocumentTest, RefusesWithPlaceAndReason) {
   const std::string longVrf(101, 'v');
+  const std::string huge(1'000'000, 'x');
   const Refusal cases[] = {
       // JSON syntax, with line and column of the offending character.
       {"{\n  \"vrfs\": {,}\n}", "line 2, column 12", "syntax error"},
       {"", "line 1, column 0", "unexpected end of input"},
       {"[]", "/", "expected an object, not array"},
+      // A number no double holds, even where nothing reads it.
+      {R"({"colour": -1e999})", "line 1, column 17", "number overflow parsing '-1e999'"},
       // Unknown fields, at any depth; member names escaped as in JSON pointers.
       {R"({"interface": {}})", "/interface", "unknown field"},
       {R"({"vrfs": {"red": {"namespace": "ns-red", "colour": 1}}})", "/vrfs/red/colour",
@@ -58,9 +67,39 @@ TEST(StateDocumentTest, RefusesWithPlaceAndReason) {
        "takes no prefix length"},
       {R"({"virtualRouterMac": {"lumo": "02:1c:73:00:00"}})", "/virtualRouterMac/lumo",
        "invalid MAC address"},
+      // Never a router's own address.
+      {R"({"virtualIps": [{"address": "0.0.0.0"}]})", "/virtualIps/0/address", "0.0.0.0/8"},
+      {R"({"virtualIps": [{"address": "255.255.255.255"}]})", "/virtualIps/0/address",
+       "is the broadcast address"},
+      {R"({"virtualIps": [{"address": "224.0.0.18"}]})", "/virtualIps/0/address", "is multicast"},
+      {R"({"virtualIps": [{"address": "127.0.0.1"}]})", "/virtualIps/0/address", "loopback"},
+      {R"({"virtualIps": [{"address": "10.0.0.0/24"}]})", "/virtualIps/0/address",
+       "\"10.0.0.0/24\" is its subnet's network address"},
+      {R"({"virtualIps": [{"address": "10.0.0.127/25"}]})", "/virtualIps/0/address",
+       "is its subnet's broadcast address"},
+      {R"({"virtualIps6": [{"address": "::"}]})", "/virtualIps6/0/address", "unspecified"},
+      {R"({"virtualIps6": [{"address": "::1"}]})", "/virtualIps6/0/address", "loopback"},
+      {R"({"virtualIps6": [{"address": "ff02::12"}]})", "/virtualIps6/0/address", "multicast"},
+      {R"({"virtualIps6": [{"address": "::ffff:10.0.0.1"}]})", "/virtualIps6/0/address",
+       "IPv4-mapped"},
+      // NULs cut C strings; echoed values are escaped and cut, one line each.
+      {R"({"virtualIps": [{"address": "10.0.10.1\u0000junk/24"}]})", "/virtualIps/0/address",
+       "\"10.0.10.1\\u0000junk/24\" holds a NUL character"},
+      {R"({"vrfs": {"red\u0000x": {"namespace": "ns"}}})", "/vrfs/red\\u0000x", "NUL"},
+      {R"({"virtualIps": [{"address": "\n%FHRP_IPTABLES_ERROR: forged"}]})",
+       "/virtualIps/0/address", "\"\\n%FHRP_IPTABLES_ERROR: forged\""},
+      {R"({"interfaces": {"Vlan10": {"device": ")" + huge + R"("}}})", "/interfaces/Vlan10/device",
+       "device name \"" + huge.substr(0, 64) + "\"... must be 1 to 15 bytes long"},
+      {"{\"" + std::string(100, '\x7f') + "\": 1}", "/" + repeat("\\u007f", 10) + "...",
+       "unknown field"},
+      // Interface ids: a bounded length, nothing that breaks a trace line.
+      {R"({"interfaces": {")" + std::string(65, 'i') + R"(": {"device": "et1"}}})",
+       "/interfaces/" + std::string(64, 'i') + "...", "must be 1 to 64 bytes long"},
+      {R"({"interfaces": {"Vlan\r10": {"device": "vlan10"}}})", "/interfaces/Vlan\\r10",
+       "holds a control character"},
       // VRF names and states.
-      {R"({"vrfs": {")" + longVrf + R"(": {"namespace": "ns"}}})", "/vrfs/" + longVrf,
-       "VrfName::bytes > 100 not allowed"},
+      {R"({"vrfs": {")" + longVrf + R"(": {"namespace": "ns"}}})",
+       "/vrfs/" + longVrf.substr(0, 64) + "...", "VrfName::bytes > 100 not allowed"},
       {R"({"virtualIps": [{"vrf": ")" + longVrf + R"(", "address": "10.0.0.1"}]})",
        "/virtualIps/0/vrf", "VrfName::bytes > 100 not allowed"},
       {R"({"vrfs": {"red": {"state": "up", "namespace": "ns-red"}}})", "/vrfs/red/state",
@@ -130,11 +169,15 @@ TEST(StateDocumentTest, RefusesWithPlaceAndReason) {
     } catch (const StateDocumentError& e) {
       EXPECT_EQ(e.place(), c.place);
       EXPECT_THAT(e.reason(), HasSubstr(c.reason));
+      EXPECT_LT(std::string(e.what()).size(), 1000u);
     }
   }
   // Near misses that stay valid.
   for (const std::string& text : std::vector<std::string>{
            R"({"virtualIps": [{"address": "10.0.0.1"}, {"address": "10.0.0.2/32"}]})",
+           "{" + kLumo + R"(, "virtualIps": [{"address": "10.0.0.0/31"},
+              {"address": "10.0.1.255/32"}, {"address": "10.0.2.1/30"}],
+              "virtualIps6": [{"address": "fe80::1"}, {"address": "2001:db8::"}]})",
            "{" + kRed + R"(, "virtualIps6": [{"vrf": "red", "address": "2001:db8::1"},
               {"vrf": "red", "address": "2001:db8::2"}]})",
            R"({"vrfs": {"red": {"namespace": "ns.red+1:x"}}, "virtualIps": [{"vrf": "red",

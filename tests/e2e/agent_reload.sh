@@ -20,10 +20,11 @@ red_rules() { ip netns exec ns-red iptables -t mangle -S PREROUTING; }
 for _ in $(seq 200); do red_rules | grep -q 10.0.20.1 && break; sleep 0.1; done
 red_rules | grep -q 10.0.20.1 || fail "the red VIP was never installed"
 
-# Malformed: written over the file (the change is seen) and signalled.
-printf '{"virtualIps": [\n' >"$work/state.json"
+# Malformed (a number no double holds, where nothing reads it): written over
+# the file (the change is seen) and signalled.
+printf '{"virtualIps": [],\n "x": 1e500}\n' >"$work/state.json"
 kill -HUP "$pid"
-wait_for "$work/err" "^acl-agent: $work/state.json: line 2, column 0: syntax error"
+wait_for "$work/err" "^acl-agent: $work/state.json: line 2, column 11: number overflow parsing '1e500'$"
 wait_for "$work/err" "^acl-agent: reload refused; the state in force stays$"
 kill -0 "$pid" 2>/dev/null || fail "acl-agent died on a bad reload: $(cat "$work/err")"
 grep -q "changes)" "$work/err" && fail "a refused document was applied: $(cat "$work/err")"

@@ -3,7 +3,9 @@
 #include "AclPlugin/keys/IntfSubnetPair.h"
 #include "AclPlugin/keys/VirtualIpBacklogKey.h"
 
-std::vector<std::string> keySeeds() {
+// Streps of a spread of values (IPv4, IPv6, defaults, quotes and escapes,
+// 100-byte VRF names).
+std::vector<std::string> fuzzSeeds() {
   using namespace Routing::Fhrp;
   using Dravo::IntfId;
   std::vector<std::string> seeds;
@@ -23,4 +25,18 @@ std::vector<std::string> keySeeds() {
                 .stdString());
   seeds.push_back("Value ( 'Routing::Fhrp::IntfSubnetPair' , ** { 'subnet' : '10.1.0.0/16' } ) ");
   return seeds;
+}
+
+bool fuzzTakes(const std::string& text) {
+  try {
+    Kiv::strepToValue<Routing::Fhrp::IntfSubnetPair>(text);
+    return true;
+  } catch (const Kiv::RangeException&) {
+  }
+  try {
+    Kiv::strepToValue<Routing::Fhrp::VirtualIpBacklogKey>(text);
+    return true;
+  } catch (const Kiv::RangeException&) {
+  }
+  return false;
 }

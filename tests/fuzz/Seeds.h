@@ -1,9 +1,11 @@
-// Valid text forms of the two keys, the seed corpus of the key parser fuzzing.
+// The seed corpus of a fuzz target, for FuzzDriver.cpp: one implementation
+// per target (Seeds.cpp: the two keys; StateSeeds.cpp: state documents).
 #pragma once
 
 #include <string>
 #include <vector>
 
-// Streps of a spread of values (IPv4, IPv6, defaults, quotes and escapes,
-// 100-byte VRF names), each known to parse.
-std::vector<std::string> keySeeds();
+// Inputs the target takes, each known to be taken.
+std::vector<std::string> fuzzSeeds();
+// True if the target takes text rather than refusing it.
+bool fuzzTakes(const std::string& text);

@@ -1,0 +1,69 @@
+// Fuzz target for the state-document parser. Any input may be refused, but
+// only with Agent::StateDocumentError, on one line of bounded length; a
+// document that is taken holds no NUL in any text. Any other outcome aborts.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <string>
+#include <string_view>
+
+#include "agent/StateDocument.h"
+
+namespace {
+
+[[noreturn]] void fail(const char* what, std::string_view text) {
+  std::fprintf(stderr, "state document fault: %s\ninput (%zu bytes): %.*s\n", what, text.size(),
+               static_cast<int>(std::min<std::size_t>(text.size(), 4096)), text.data());
+  std::abort();
+}
+
+void checkText(const Kiv::String8& s, std::string_view input) {
+  if (s.view().find('\0') != std::string_view::npos) fail("a NUL in a taken text", input);
+}
+
+void checkTaken(const Agent::StateDocument& d, std::string_view input) {
+  for (const auto& [id, device] : d.interfaces) {
+    checkText(id.stringValue(), input);
+    checkText(device, input);
+  }
+  for (const auto& [vrf, entry] : d.vrfs) {
+    checkText(vrf.stringValue(), input);
+    checkText(entry.netNs.stringValue(), input);
+  }
+  auto checkVips = [&](const auto& vips) {
+    for (const auto& [key, vip] : vips) {
+      checkText(key.vrfName().stringValue(), input);
+      checkText(vip.netNs.stringValue(), input);
+      for (const auto& [id, value] : vip.interfaces) {
+        checkText(id.stringValue(), input);
+        checkText(value, input);
+      }
+    }
+  };
+  checkVips(d.virtualIps);
+  checkVips(d.virtualIps6);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view text(reinterpret_cast<const char*>(data), size);
+  try {
+    checkTaken(Agent::parseStateDocument(text), text);
+  } catch (const Agent::StateDocumentError& e) {
+    const std::string_view message = e.what();
+    if (message.find('\n') != std::string_view::npos ||
+        message.find('\r') != std::string_view::npos ||
+        message.find('\0') != std::string_view::npos)
+      fail("a refusal that is not one line", text);
+    if (message.size() > 1000) fail("a refusal over 1000 bytes", text);
+  } catch (const std::exception& e) {
+    fail(e.what(), text);
+  } catch (...) {
+    fail("non-standard exception", text);
+  }
+  return 0;
+}
