@@ -11,6 +11,8 @@
 #include <filesystem>
 #include <iostream>
 
+#include "agent/arptables/ArptablesDialect.h"
+
 namespace Agent {
 
 namespace {
@@ -79,6 +81,8 @@ bool AclAgent::doStart() {
     doWatchStateFile();
     if (!doPublishStateFile(false)) return false;
   }
+  // Before any plug-in loads: its start-up flushes already run arptables.
+  if (!doChooseArptablesDialect(options_.arptables)) return false;
   if (!doLoadPlugins()) return false;
   context_ = new Acl::PluginContext(em_);
   try {

@@ -1,6 +1,7 @@
 #include "agent/Options.h"
 
 #include <filesystem>
+#include <optional>
 #include <string_view>
 
 namespace Agent {
@@ -24,6 +25,11 @@ Options parseOptions(int argc, const char* const* argv) {
       if (o.plugins.back().empty()) throw UsageError("--plugin needs a file name");
     } else if (name == "--trace") {
       o.traces.push_back(value());
+    } else if (name == "--arptables") {
+      const std::string text = value();
+      const std::optional<ArptablesDialect> d = arptablesDialect(text);
+      if (!d) throw UsageError("--arptables " + text + ": not auto, native or stock");
+      o.arptables = *d;
     } else if (arg == "--until-idle") {
       o.untilIdle = true;
     } else if (arg == "--help" || arg == "-h") {
@@ -38,11 +44,14 @@ Options parseOptions(int argc, const char* const* argv) {
 const char* usageText() {
   return "usage: acl-agent [--state FILE] [--plugin SO]... [--trace FACILITY/LEVELS] "
          "[--until-idle]\n"
+         "                 [--arptables auto|native|stock]\n"
          "  --state FILE    state document (JSON) to publish; re-read on change and on SIGHUP\n"
          "  --plugin SO     plug-in to load (repeatable; default: VirtualIpArpTablesPlugin.so\n"
          "                  beside acl-agent)\n"
          "  --trace SPEC    trace levels, e.g. VirtualIpArpMangleSm/0-8 (repeatable)\n"
-         "  --until-idle    exit 0 once the plug-in is running and has no work left\n";
+         "  --until-idle    exit 0 once the plug-in is running and has no work left\n"
+         "  --arptables D   the arptables dialect: native (the plug-in's), stock (through the\n"
+         "                  adapter in libexec/acl-agent), auto (default: probe at start-up)\n";
 }
 
 std::string defaultPluginPath() {

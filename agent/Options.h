@@ -1,11 +1,14 @@
 // The command line of acl-agent:
 //   acl-agent [--state FILE] [--plugin SO]... [--trace FACILITY/LEVELS] [--until-idle]
+//             [--arptables auto|native|stock]
 // Parsing only: nothing is applied here.
 #pragma once
 
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "agent/arptables/ArptablesDialect.h"
 
 namespace Agent {
 
@@ -14,6 +17,7 @@ struct Options {
   std::vector<std::string> plugins;  // empty: the default plug-in
   std::vector<std::string> traces;   // each for Kiv::traceConfigIs, in order
   bool untilIdle = false;
+  ArptablesDialect arptables = ArptablesDialect::automatic;
   bool help = false;
 };
 

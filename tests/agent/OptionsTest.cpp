@@ -16,13 +16,16 @@ Agent::Options parse(std::vector<const char*> args) {
 }
 
 TEST(OptionsTest, ParsesEveryOptionAndRefusesBadUsage) {
-  const Agent::Options o = parse({"--state", "s.json", "--plugin", "a.so", "--plugin=b.so",
-                                  "--trace=X/0", "--trace", "Y/1-3", "--until-idle"});
+  const Agent::Options o =
+      parse({"--state", "s.json", "--plugin", "a.so", "--plugin=b.so", "--trace=X/0", "--trace",
+             "Y/1-3", "--until-idle", "--arptables=stock"});
   EXPECT_EQ(o.stateFile, "s.json");
   EXPECT_THAT(o.plugins, ElementsAre("a.so", "b.so"));
   EXPECT_THAT(o.traces, ElementsAre("X/0", "Y/1-3"));
   EXPECT_TRUE(o.untilIdle);
   EXPECT_FALSE(o.help);
+  EXPECT_EQ(o.arptables, Agent::ArptablesDialect::stock);
+  EXPECT_EQ(parse({}).arptables, Agent::ArptablesDialect::automatic);
   EXPECT_TRUE(parse({"--help"}).help);
   EXPECT_FALSE(parse({}).untilIdle);
 
@@ -33,6 +36,7 @@ TEST(OptionsTest, ParsesEveryOptionAndRefusesBadUsage) {
                                              {"--plugin", ""},
                                              {"--plugin="},
                                              {"--until-idle=1"},
+                                             {"--arptables=legacy"},
                                              {"state.json"},
                                              {"-x"}}) {
     EXPECT_THROW(parse(bad), Agent::UsageError) << bad[0];
