@@ -12,6 +12,7 @@
 #include <iostream>
 
 #include "agent/apply/Appliers.h"
+#include "agent/arptables/ArptablesDialect.h"
 #include "agent/service/Notify.h"
 
 namespace Agent {
@@ -85,6 +86,9 @@ bool AclAgent::doStart() {
     doWatchStateFile();
     if (!doPublishStateFile(false)) return false;
   }
+  // Before any plug-in loads: its start-up flushes already run arptables.
+  // A dry run runs no packet-filter command, the probe included.
+  if (!options_.dryRun && !doChooseArptablesDialect(options_.arptables)) return false;
   if (!doChooseApplier() || !doLoadPlugins()) return false;
   context_ = new Acl::PluginContext(em_, applier_);
   // A unit of the plug-in's work (one slice, say) is applied when it ends.

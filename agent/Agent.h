@@ -19,6 +19,8 @@
 // --until-idle never exits while phase 2 waits.
 //
 // Messages go to stderr, one line each:
+//   acl-agent: arptables: native|stock (WHY)   (once, before the plug-ins load;
+//     see agent/arptables/ArptablesDialect.h)
 //   acl-agent: published FILE, phase 1 of 2: N virtual IPs withdrawn
 //   acl-agent: published FILE: 3 interfaces, 2 VRFs, 4 IPv4 VIPs, 1 IPv6 VIPs[ (N changes)]
 //     (on reload, N counts the changes of both phases)

@@ -87,9 +87,9 @@ Options parseOptions(int argc, const char* const* argv) {
                         std::pair("batch", Options::Apply::batch)});
     } else if (name == "--arptables") {
       o.arptables = choice(name, value(),
-                           {std::pair("auto", Options::Arptables::automatic),
-                            std::pair("native", Options::Arptables::native),
-                            std::pair("stock", Options::Arptables::stock)});
+                           {std::pair("auto", ArptablesDialect::automatic),
+                            std::pair("native", ArptablesDialect::native),
+                            std::pair("stock", ArptablesDialect::stock)});
     } else if (name == "--dry-run") {
       o.dryRun = true;
       if (inlineValue) o.dryRunFile = value();
@@ -131,7 +131,8 @@ const char* usageText() {
          "                      batch: one iptables-restore per namespace and family per slice\n"
          "  --arptables DIALECT auto (default): probe the host's arptables at start-up;\n"
          "                      native: run the plug-in's lines as they are;\n"
-         "                      stock: translate them for a stock Linux arptables\n"
+         "                      stock: translate them for a stock Linux arptables (through\n"
+         "                      the adapter in libexec/acl-agent)\n"
          "  --dry-run[=FILE]    run no packet-filter or ip netns command: write each line to\n"
          "                      stdout (or FILE) and take it as succeeded\n"
          "  --control PATH      control socket (default /run/acl-agent/control.sock)\n"

@@ -8,12 +8,13 @@
 #include <string>
 #include <vector>
 
+#include "agent/arptables/ArptablesDialect.h"
+
 namespace Agent {
 
 struct Options {
   enum class Mode { agent, status, verify };
   enum class Apply { perLine, batch };
-  enum class Arptables { automatic, native, stock };
 
   Mode mode = Mode::agent;
   std::string stateFile;             // empty: publish nothing, never reload
@@ -22,7 +23,7 @@ struct Options {
   bool untilIdle = false;
   bool help = false;
   Apply apply = Apply::perLine;
-  Arptables arptables = Arptables::automatic;
+  ArptablesDialect arptables = ArptablesDialect::automatic;
   bool dryRun = false;
   std::string dryRunFile;  // with dryRun: empty means stdout
   std::string controlPath = "/run/acl-agent/control.sock";

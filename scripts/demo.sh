@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # The demo: installs what is missing, builds, and runs the agent on
-# examples/state.json inside a private sandbox (scripts/sandbox.sh), then
-# shows the packet-filter rules it made in each namespace. The host's own
-# packet filters and namespaces are never touched.
+# examples/state.json inside a private sandbox (scripts/sandbox.sh) with the
+# host's real iptables, ip6tables and arptables, then shows the rules it
+# made in each namespace and what they do to traffic from a neighbour
+# namespace on the far end of a veth pair. The host's own packet filters and
+# namespaces are never touched; no packet leaves the sandbox.
 #
 #   scripts/demo.sh [preset]      (debug by default; release works too)
 set -euo pipefail
@@ -14,17 +16,24 @@ if [ "${1:-}" != "$inside" ]; then
   scripts/setup.sh
   cmake --preset "$preset"
   cmake --build --preset "$preset"
-  exec scripts/sandbox.sh scripts/demo.sh "$inside" "build/$preset/bin/acl-agent"
+  exec scripts/sandbox.sh --no-stand-ins scripts/demo.sh "$inside" "build/$preset/bin/acl-agent"
 fi
 # The namespaces made below must stay in scripts/sandbox.sh's sandbox.
 source "$(dirname "${BASH_SOURCE[0]}")/lib/require-sandbox.sh" demo
 agent="$2"
 state=examples/state.json
+vmac=02:1c:73:00:00:99 # the example's virtual router MAC
 
 # The example's VRF namespaces and, for each namespace ("default": the
 # sandbox's own), the kernel devices of the interfaces its virtual IPs use.
 namespaces=(default ns-red ns-blue)
 declare -A devices=([default]="vlan10 et4" [ns-red]="vlan20" [ns-blue]="vlan30")
+# Devices with a neighbour: the switch's own address (added first, so it is
+# the primary one), the neighbour's, and the example's virtual IPs on it.
+declare -A own=([vlan10]=10.0.10.254/24 [vlan20]=10.0.20.254/24 [vlan30]=10.0.30.126/25)
+declare -A nbr=([vlan10]=10.0.10.10 [vlan20]=10.0.20.10 [vlan30]=10.0.30.10)
+declare -A vips=([vlan10]="10.0.10.1 10.0.10.2" [vlan20]=10.0.20.1 [vlan30]=10.0.30.1)
+declare -A vip6=([vlan10]=2001:db8:10::1 [vlan20]=2001:db8:20::1)
 
 in_ns() { if [ "$1" = default ]; then "${@:2}"; else ip netns exec "$@"; fi; }
 
@@ -34,20 +43,69 @@ for ns in "${namespaces[@]}"; do
     ip -n "$ns" link set lo up
   fi
   for dev in ${devices[$ns]}; do
-    # A dummy link where the kernel has the driver, else an empty bridge.
-    in_ns "$ns" ip link add "$dev" type dummy 2>/dev/null ||
-      in_ns "$ns" ip link add "$dev" type bridge
+    if [ -z "${own[$dev]:-}" ]; then
+      # No traffic here: a dummy link where the kernel has the driver, else an empty bridge.
+      in_ns "$ns" ip link add "$dev" type dummy 2>/dev/null ||
+        in_ns "$ns" ip link add "$dev" type bridge
+      in_ns "$ns" ip link set "$dev" up
+      continue
+    fi
+    nb="nb-$dev"
+    ip netns add "$nb"
+    ip -n "$nb" link set lo up
+    in_ns "$ns" ip link add "$dev" type veth peer name nb0 netns "$nb"
+    plen="${own[$dev]#*/}"
+    in_ns "$ns" ip addr add "${own[$dev]}" dev "$dev"
+    for v in ${vips[$dev]}; do in_ns "$ns" ip addr add "$v/$plen" dev "$dev"; done
+    ip -n "$nb" addr add "${nbr[$dev]}/$plen" dev nb0
+    if [ -n "${vip6[$dev]:-}" ]; then
+      in_ns "$ns" ip addr add "${vip6[$dev]}/64" dev "$dev" nodad
+      ip -n "$nb" addr add "${vip6[$dev]%::*}::10/64" dev nb0 nodad
+    fi
     in_ns "$ns" ip link set "$dev" up
+    ip -n "$nb" link set nb0 up
   done
 done
 
-export FHRP_ARPTABLES_LOG
-FHRP_ARPTABLES_LOG="$(mktemp -d)/arptables.log"
 echo "== acl-agent --state $state --until-idle --trace VirtualIpArpMangleSm/0,5"
 if ! "$agent" --state "$state" --until-idle --trace VirtualIpArpMangleSm/0,5 2>&1; then
   echo "demo: acl-agent failed" >&2
   exit 1
 fi
+
+# TCP port 7000 of ADDR from namespace NB: "answered" when the switch
+# answers at all (with no listener it refuses), "dropped" when nothing comes
+# back within 2 s.
+tcp() {
+  if ip netns exec "$1" timeout 2 bash -c "exec 3<>/dev/tcp/$2/7000" 2>/dev/null ||
+    [ $? -ne 124 ]; then
+    echo answered
+  else
+    echo dropped
+  fi
+}
+pinged() { ip netns exec "$1" ping -c 1 -W 2 -q "$2" >/dev/null 2>&1 && echo answered || echo lost; }
+
+traffic() {
+  local ns="$1" dev="$2" nb="nb-$2" vip="${vips[$2]%% *}" mac sender verdict
+  mac="$(in_ns "$ns" ip -br link show dev "$dev" | awk '{ print $3 }')"
+  echo "-- traffic between $dev (${own[$dev]%/*} at $mac) and a neighbour (${nbr[$dev]})"
+  # ARP first, with empty caches: the switch resolves the neighbour, whose
+  # cache then holds the sender of the request it saw.
+  in_ns "$ns" ip neigh flush dev "$dev"
+  in_ns "$ns" ping -c 1 -W 1 -q "${nbr[$dev]}" >/dev/null 2>&1 || true
+  sender="$(ip -n "$nb" neigh show dev nb0 | awk '/lladdr/ { print $1 " at " $3; exit }')"
+  verdict="not rewritten"
+  [ "${sender#* at }" != "$vmac" ] || verdict="rewritten to the virtual router"
+  echo "   ARP request for ${nbr[$dev]}: sender ${sender:-(none seen)} ($verdict)"
+  ip -n "$nb" neigh flush all
+  in_ns "$ns" ip neigh flush dev "$dev"
+  echo "   ping $vip: $(pinged "$nb" "$vip")"
+  [ -z "${vip6[$dev]:-}" ] || echo "   ping ${vip6[$dev]}: $(pinged "$nb" "${vip6[$dev]}")"
+  echo "   TCP $vip:7000: $(tcp "$nb" "$vip") (DROP rule counted $(in_ns "$ns" iptables -t mangle \
+    -L PREROUTING -v -n -x | awk '/ DROP / && / '"$vip"' / { print $1 }') packets)"
+  echo "   TCP ${own[$dev]%/*}:7000 (the switch's own address): $(tcp "$nb" "${own[$dev]%/*}")"
+}
 
 for ns in "${namespaces[@]}"; do
   echo
@@ -56,7 +114,9 @@ for ns in "${namespaces[@]}"; do
     echo "-- $tool -t mangle -S PREROUTING"
     in_ns "$ns" "$tool" -t mangle -S PREROUTING
   done
+  echo "-- arptables -L"
+  in_ns "$ns" arptables -L
+  for dev in ${devices[$ns]}; do
+    [ -z "${own[$dev]:-}" ] || traffic "$ns" "$dev"
+  done
 done
-echo
-echo "== arptables commands, as the stand-in recorded them (in order, each line led by its [namespace])"
-cat "$FHRP_ARPTABLES_LOG" 2>/dev/null || echo "(none)"

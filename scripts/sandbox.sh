@@ -3,9 +3,10 @@
 # up; no packet filter rules) and a private mount namespace with an empty
 # tmpfs on /run/netns, so `ip netns add` and every iptables, ip6tables or
 # arptables command stay inside. The recording stand-ins (scripts/stand-ins,
-# arptables among them) go first on PATH. Nothing made inside outlives CMD.
+# arptables among them) go first on PATH, unless --no-stand-ins asks for the
+# host's real tools. Nothing made inside outlives CMD.
 #
-#   scripts/sandbox.sh CMD [ARG...]
+#   scripts/sandbox.sh [--no-stand-ins] CMD [ARG...]
 #
 # Exit status: CMD's; 77 (with the reason on stderr) when the sandbox cannot
 # be made, e.g. without root; 2 on bad usage. Needs unshare (util-linux).
@@ -14,15 +15,18 @@ here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 inside=__fhrp_sandbox_inside__
 
 if [ "${1:-}" != "$inside" ]; then
-  [ "$#" -gt 0 ] || { echo "usage: scripts/sandbox.sh CMD [ARG...]" >&2; exit 2; }
+  stand_ins=on
+  [ "${1:-}" != --no-stand-ins ] || { stand_ins=off; shift; }
+  [ "$#" -gt 0 ] || { echo "usage: scripts/sandbox.sh [--no-stand-ins] CMD [ARG...]" >&2; exit 2; }
   # Probe first, so that a failing CMD is never mistaken for a missing sandbox.
   if ! why="$(unshare --net --mount --propagation private true 2>&1)"; then
     echo "sandbox: cannot make a private network and mount namespace: ${why:-unshare failed}" >&2
     exit 77
   fi
-  exec unshare --net --mount --propagation private "$here/sandbox.sh" "$inside" "$@"
+  exec unshare --net --mount --propagation private "$here/sandbox.sh" "$inside" "$stand_ins" "$@"
 fi
-shift
+stand_ins="$2"
+shift 2
 
 # Only ever go on inside a private network and mount namespace: the mounts
 # and every command below would otherwise reach the host.
@@ -37,5 +41,5 @@ else
   mkdir /run/netns
 fi
 ip link set lo up
-export PATH="$here/stand-ins:$PATH"
+[ "$stand_ins" = off ] || export PATH="$here/stand-ins:$PATH"
 exec "$@"

@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(g++ clang cmake ninja-build pkg-config googletest libgtest-dev libgmock-dev
-  libbenchmark-dev nlohmann-json3-dev iproute2 iptables arptables util-linux)
+  libbenchmark-dev nlohmann-json3-dev iproute2 iptables arptables util-linux iputils-ping)
 # dpkg-shlibdeps: the library dependencies of the .deb that cpack builds.
 packages+=(dpkg-dev)
 

@@ -16,22 +16,23 @@ Agent::Options parse(std::vector<const char*> args) {
 }
 
 TEST(OptionsTest, ParsesEveryOptionAndRefusesBadUsage) {
-  const Agent::Options o = parse({"--state", "s.json", "--plugin", "a.so", "--plugin=b.so",
-                                  "--trace=X/0", "--trace", "Y/1-3", "--until-idle"});
+  const Agent::Options o =
+      parse({"--state", "s.json", "--plugin", "a.so", "--plugin=b.so", "--trace=X/0", "--trace",
+             "Y/1-3", "--until-idle", "--arptables=stock"});
   EXPECT_EQ(o.stateFile, "s.json");
   EXPECT_THAT(o.plugins, ElementsAre("a.so", "b.so"));
   EXPECT_THAT(o.traces, ElementsAre("X/0", "Y/1-3"));
   EXPECT_TRUE(o.untilIdle);
   EXPECT_FALSE(o.help);
+  EXPECT_EQ(o.arptables, Agent::ArptablesDialect::stock);
+  EXPECT_EQ(parse({}).arptables, Agent::ArptablesDialect::automatic);
   EXPECT_TRUE(parse({"--help"}).help);
   EXPECT_FALSE(parse({}).untilIdle);
   EXPECT_EQ(parse({}).apply, Agent::Options::Apply::perLine);
 
-  const Agent::Options ops =
-      parse({"--apply=batch", "--arptables", "stock", "--dry-run=out.txt", "--control",
-             "/tmp/c.sock", "--verify-every", "2.5", "--repair"});
+  const Agent::Options ops = parse({"--apply=batch", "--dry-run=out.txt", "--control",
+                                    "/tmp/c.sock", "--verify-every", "2.5", "--repair"});
   EXPECT_EQ(ops.apply, Agent::Options::Apply::batch);
-  EXPECT_EQ(ops.arptables, Agent::Options::Arptables::stock);
   EXPECT_TRUE(ops.dryRun);
   EXPECT_EQ(ops.dryRunFile, "out.txt");
   EXPECT_EQ(ops.controlPath, "/tmp/c.sock");
@@ -47,10 +48,10 @@ TEST(OptionsTest, ParsesEveryOptionAndRefusesBadUsage) {
                                              {"--plugin", ""},
                                              {"--plugin="},
                                              {"--until-idle=1"},
+                                             {"--arptables=legacy"},
                                              {"state.json"},
                                              {"-x"},
                                              {"--apply=fast"},
-                                             {"--arptables", "legacy"},
                                              {"--dry-run="},
                                              {"--verify-every", "0"},
                                              {"--verify-every", "1e999"},

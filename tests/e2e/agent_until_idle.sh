@@ -16,6 +16,9 @@ cat "$work/err"
 [ "$rc" -eq 0 ] || fail "acl-agent exited $rc"
 grep -q "^acl-agent: published .*state.json: 4 interfaces, 2 VRFs, 5 IPv4 VIPs, 2 IPv6 VIPs$" \
   "$work/err" || fail "no summary line"
+# The stand-in takes any line, so the start-up probe finds the native dialect.
+grep -qx "acl-agent: arptables: native (the host's arptables lists chain OUT)" "$work/err" ||
+  fail "no native dialect line"
 
 # Each flush command line, traced at level 6 as it runs.
 for prefix in "ip netns exec ns-red " "ip netns exec ns-blue " ""; do

@@ -1,7 +1,8 @@
 // A private sandbox for tests that run real firewall tools: the calling
 // process moves into a network and mount namespace of its own, with a fresh
 // tmpfs on /run/netns (so `ip netns add` never reaches the host's) and the
-// loopback up. The recording stand-ins (scripts/stand-ins) go first on PATH.
+// loopback up. The recording stand-ins (scripts/stand-ins) go first on PATH,
+// unless the caller asks for the host's real tools (StandIns::off).
 //
 // Call once, before any thread starts (the kernel refuses a new mount
 // namespace to a process that shares its file-system state with threads).
@@ -11,6 +12,8 @@
 
 #include <string>
 
+enum class StandIns { onPath, off };
+
 // "" on success, else the reason the sandbox could not be made (not root,
 // no namespaces); a caller then skips its tests with that reason.
-std::string enterSandbox();
+std::string enterSandbox(StandIns standIns = StandIns::onPath);

@@ -1,0 +1,66 @@
+#include "agent/arptables/Translate.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace {
+
+using Agent::Arptables::translate;
+
+std::vector<std::string> words(const std::string& line) {
+  std::istringstream in(line);
+  std::vector<std::string> out;
+  for (std::string w; in >> w;) out.push_back(w);
+  return out;
+}
+
+std::string joined(const std::vector<std::string>& args) {
+  std::string out;
+  for (const std::string& a : args) out += (out.empty() ? "" : " ") + a;
+  return out;
+}
+
+// Every line the plug-in writes, and the stock form both Debian backends take.
+TEST(TranslateTest, MapsThePluginsLinesTokenByToken) {
+  const std::vector<std::pair<std::string, std::string>> rows{
+      {"-A OUT -d 10.1.1.0/24 -o vlan10 -a 6 --arpop Request -j mangle --mangle-hw-s "
+       "02:00:00:00:01:01 --mangle-ip-s 10.1.1.1",
+       "-A OUTPUT -d 10.1.1.0/24 -o vlan10 --h-length 6 --opcode Request -j mangle "
+       "--mangle-mac-s 02:00:00:00:01:01 --mangle-ip-s 10.1.1.1"},
+      {"-D OUT -d 10.1.1.0/24 -o vlan10 -a 6 --arpop Request -j mangle --mangle-hw-s "
+       "02:00:00:00:01:01 --mangle-ip-s 10.1.1.1",
+       "-D OUTPUT -d 10.1.1.0/24 -o vlan10 --h-length 6 --opcode Request -j mangle "
+       "--mangle-mac-s 02:00:00:00:01:01 --mangle-ip-s 10.1.1.1"},
+      {"-F OUT", "-F OUTPUT"},
+      {"-L OUT -n -v", "-L OUTPUT -n -v"},
+      {"-L", "-L"},
+      {"-S INPUT", "-S INPUT"},
+  };
+  for (const auto& [plugin, stock] : rows) {
+    const auto t = translate(words(plugin));
+    EXPECT_EQ(t.refusal, "") << plugin;
+    EXPECT_EQ(joined(t.args), stock) << plugin;
+  }
+}
+
+// A refusal leaves nothing to run.
+TEST(TranslateTest, RefusesWhatItDoesNotKnow) {
+  const std::vector<std::pair<std::string, std::string>> rows{
+      {"-A OUT -d 10.1.1.0/24 --mangle-hw-d 02:00:00:00:01:01", "unknown option \"--mangle-hw-d\""},
+      {"-I OUT 1 -j ACCEPT", "unknown option \"-I\""},
+      {"-A OUT -d 10.1.1.0/24 extra", "unexpected argument \"extra\""},
+      {"-A OUT -a", "-a needs a value"},
+      {"-A OUT --arpop", "--arpop needs a value"},
+      {"-A OUT -j", "-j needs a value"},
+      {"", "no command"},
+  };
+  for (const auto& [line, why] : rows) {
+    const auto t = translate(words(line));
+    EXPECT_EQ(t.refusal, why) << line;
+    EXPECT_TRUE(t.args.empty()) << line;
+  }
+}
+
+}  // namespace
