@@ -12,6 +12,7 @@
 #include <iostream>
 
 #include "agent/apply/Appliers.h"
+#include "agent/apply/BatchApplier.h"
 
 namespace Agent {
 
@@ -110,7 +111,10 @@ bool AclAgent::doChooseApplier() {
     applier_ = new DryRunApplier(applyStats_, *out);
     return true;
   }
-  applier_ = new PerLineApplier(applyStats_);
+  if (options_.apply == Options::Apply::batch)
+    applier_ = new BatchApplier(applyStats_);
+  else
+    applier_ = new PerLineApplier(applyStats_);
   return true;
 }
 
