@@ -6,6 +6,7 @@
 // longest loop stall, and the commands one changed virtual IP costs.
 //
 //   converge_bench [--sizes 100,1000,5000] [--per-line-up-to N] [--stub-pairs V,I]
+//                  [--trace VirtualIpArpMangleSm/5]
 //
 // Each run is a forked child: the plug-in initialises once per process.
 // arptables is the recording stand-in (scripts/stand-ins) first on PATH.
@@ -29,6 +30,7 @@
 #include "agent/apply/BatchApplier.h"
 #include "platform/acl/PluginLoader.h"
 #include "platform/kiv/ActivityManager.h"
+#include "platform/kiv/Trace.h"
 #include "tests/support/Sandbox.h"
 
 namespace {
@@ -280,6 +282,8 @@ int main(int argc, char** argv) {
       perLineUpTo = std::atoi(argv[i + 1]);
     else if (!std::strcmp(argv[i], "--stub-pairs"))
       stub = numbers(argv[i + 1]);
+    else if (!std::strcmp(argv[i], "--trace"))
+      Kiv::traceConfigIs(argv[i + 1]);
   }
   const std::string why = enterSandbox();
   if (!why.empty()) {
