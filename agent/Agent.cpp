@@ -14,6 +14,7 @@
 #include "agent/apply/Appliers.h"
 #include "agent/arptables/ArptablesDialect.h"
 #include "agent/service/Notify.h"
+#include "agent/apply/BatchApplier.h"
 
 namespace Agent {
 
@@ -117,7 +118,10 @@ bool AclAgent::doChooseApplier() {
     applier_ = new DryRunApplier(applyStats_, *out);
     return true;
   }
-  applier_ = new PerLineApplier(applyStats_);
+  if (options_.apply == Options::Apply::batch)
+    applier_ = new BatchApplier(applyStats_);
+  else
+    applier_ = new PerLineApplier(applyStats_);
   return true;
 }
 

@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# Builds the release preset (benchmarks on) and runs the convergence benchmark
+# in a private network + mount namespace (converge_bench enters it itself),
+# then the Google Benchmark programs. Needs root, like the real-kernel tests.
+#
+#   scripts/bench.sh [converge_bench options]   e.g. --per-line-up-to 5000
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+cmake --preset release >/dev/null
+cmake --build --preset release -j2 --target converge_bench hashmap_bench trace_bench
+echo "# $(nproc) cores, kernel $(uname -r), $(iptables --version)"
+build/release/bin/converge_bench "$@"
+build/release/bin/hashmap_bench --benchmark_min_time=0.2s 2>/dev/null | grep -E '^BM_' || true

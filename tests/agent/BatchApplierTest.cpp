@@ -1,0 +1,112 @@
+// --apply=batch in process: system() wrapped at link time; restores go to a
+// recording runner, kept in run order beside the lines as "RESTORE cmd\ninput".
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent/apply/BatchApplier.h"
+#include "agent/apply/RestoreInput.h"
+#include "tests/support/FakeSystem.h"
+
+namespace {
+
+using Agent::restoreRuleOf;
+
+const std::string kRule =
+    R"(PREROUTING -p all -d 10.0.0.1 -i vlan10 -m comment --comment "KESTEL ADDED" -j DROP)";
+
+TEST(RestoreInputTest, TakesRuleLinesOnly) {
+  struct Row {
+    std::string line;
+    std::optional<std::string> rule;  // mangle rule, or not restorable
+  };
+  const Row rows[] = {
+      {"iptables -t mangle -A " + kRule, "-A " + kRule},
+      {"ip netns exec ns-red ip6tables -t mangle -D " + kRule + " 2>/dev/null", "-D " + kRule},
+      {"arptables -A OUT -d 10.0.0.0/24 -o vlan10", std::nullopt},
+      {"iptables -t mangle -F PREROUTING", std::nullopt},
+      {"iptables -A " + kRule, std::nullopt},
+      {"iptables -t mangle -A " + kRule + "; reboot", std::nullopt},
+      {"iptables -t mangle -A " + kRule + " >/tmp/out", std::nullopt},
+  };
+  for (const Row& r : rows) {
+    std::optional<Agent::RestoreRule> got = restoreRuleOf(r.line);
+    EXPECT_EQ(got.has_value(), r.rule.has_value()) << r.line;
+    if (got && r.rule) {
+      EXPECT_EQ(got->table, "mangle");
+      EXPECT_EQ(got->rule, *r.rule);
+    }
+  }
+  EXPECT_EQ(Agent::restoreInputOf("mangle", {"-A X", "-D Y"}), "*mangle\n-A X\n-D Y\nCOMMIT\n");
+}
+
+class BatchApplierTest : public ::testing::Test {
+ protected:
+  BatchApplierTest() { FakeSystem::reset(); }
+  // Queues a rule line whose failure report names it.
+  void queue(const std::string& line) {
+    EXPECT_EQ(applier->lineIs(line, [this, line] { reported.push_back(line); }), 0);
+  }
+
+  Agent::ApplyStats stats;
+  std::vector<std::string> order;  // restores and system() lines, as run
+  int restoreStatus = 0;
+  std::vector<std::string> reported;
+  Kiv::Ptr<Agent::BatchApplier> applier =
+      new Agent::BatchApplier(stats, [this](const std::string& command, const std::string& input) {
+        order.push_back("RESTORE " + command + "\n" + input);
+        return restoreStatus;
+      });
+};
+
+TEST_F(BatchApplierTest, GroupsInFirstLineOrderCancelsArpPairsAndFlushesLast) {
+  FakeSystem::resultIs([this](const std::string& line) {
+    order.push_back(line);
+    return 0;
+  });
+  const std::string arpX = "arptables -A OUT -d 10.0.0.0/24 -o v1 --mangle-ip-s 10.0.0.1";
+  const std::string arpY = "arptables -A OUT -d 10.0.0.0/24 -o v1 --mangle-ip-s 10.0.0.2";
+  queue("ip netns exec b iptables -t mangle -A " + kRule);
+  queue(arpX);
+  queue("iptables -t mangle -A " + kRule);
+  queue("ip netns exec b iptables -t mangle -D " + kRule + " 2>/dev/null");
+  queue("arptables -D OUT -d 10.0.0.0/24 -o v1 --mangle-ip-s 10.0.0.1 2>/dev/null");
+  queue(arpY);
+  queue("ip netns exec b arptables -D OUT -d 10.0.0.0/24 -o v1 --mangle-ip-s 10.0.0.2");
+  EXPECT_TRUE(order.empty());
+  // A line without a report runs at once, after everything queued.
+  EXPECT_EQ(applier->lineIs("arptables -F OUT", nullptr), 0);
+  const std::vector<std::string> expected = {
+      "RESTORE ip netns exec b iptables-restore --noflush 2>/dev/null\n*mangle\n-A " + kRule +
+          "\n-D " + kRule + "\nCOMMIT\n",
+      arpY,  // X's add and delete cancelled; a delete in another namespace does not cancel
+      "RESTORE iptables-restore --noflush 2>/dev/null\n*mangle\n-A " + kRule + "\nCOMMIT\n",
+      "ip netns exec b arptables -D OUT -d 10.0.0.0/24 -o v1 --mangle-ip-s 10.0.0.2",
+      "arptables -F OUT",
+  };
+  EXPECT_EQ(order, expected);
+  EXPECT_EQ(stats.perTool().at("iptables").run, 3u);
+  EXPECT_EQ(stats.perTool().at("iptables-restore").run, 2u);
+}
+
+TEST_F(BatchApplierTest, FailedRestoreIsAppliedLineByLineAndReportsOnlyTheFailures) {
+  restoreStatus = 256;
+  FakeSystem::failWhen("10.0.0.2");
+  const std::string good = "iptables -t mangle -A " + kRule;
+  std::string bad = good;
+  bad.replace(bad.find("10.0.0.1"), 8, "10.0.0.2");
+  queue(good);
+  queue(bad);
+  applier->doApplyPending();
+  EXPECT_EQ(FakeSystem::commands(), (std::vector<std::string>{good, bad}));
+  EXPECT_EQ(reported, std::vector<std::string>{bad});
+  EXPECT_EQ(stats.perTool().at("iptables").failed, 1u);
+  EXPECT_EQ(stats.perTool().at("iptables-restore").failed, 1u);
+  // Applied once: nothing is left for the next turn.
+  applier->doApplyPending();
+  EXPECT_EQ(FakeSystem::commands().size(), 2u);
+}
+
+}  // namespace
