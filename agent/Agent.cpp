@@ -7,11 +7,15 @@
 
 #include <cerrno>
 #include <csignal>
+#include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
 
 #include "agent/apply/Appliers.h"
+#include "agent/control/Sha256.h"
+#include "agent/control/Verify.h"
 
 namespace Agent {
 
@@ -26,6 +30,11 @@ void onSignal(int sig) {
   const unsigned char s = static_cast<unsigned char>(sig);
   [[maybe_unused]] ssize_t n = ::write(signalPipeWrite, &s, 1);
   errno = saved;
+}
+
+double wallNow() {
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch())
+      .count();
 }
 
 std::string summary(const StateDocument& d) {
@@ -46,6 +55,9 @@ AclAgent::AclAgent(Options options)
 
 AclAgent::~AclAgent() {
   loop_->afterCallbackIs(nullptr);
+  control_.reset();
+  // The view's code lives in the plug-in: let it go before the plug-in does.
+  if (context_) context_->pluginViewIs(nullptr);
   // Plug-ins first (in reverse), while the inputs and the loop they use exist.
   for (auto it = plugins_.rbegin(); it != plugins_.rend(); ++it) ::dlclose(*it);
   for (int sig : {SIGTERM, SIGINT, SIGHUP}) std::signal(sig, SIG_DFL);
@@ -64,6 +76,7 @@ int AclAgent::run() {
         break;
       else
         loop_->runOnce(1.0);
+      if (options_.verifyEvery > 0 && loop_->now() >= nextVerify_) doVerifyByItself();
     }
   } catch (const std::exception& e) {
     std::cerr << "acl-agent: internal error: " << e.what() << "\n";
@@ -76,6 +89,10 @@ int AclAgent::run() {
 }
 
 bool AclAgent::doStart() {
+  startedAt_ = loop_->now();
+  nextVerify_ = startedAt_ + options_.verifyEvery;
+  facts_.dryRun = options_.dryRun;
+  if (!doOpenControl()) return false;
   // Watch first: a signal or a change during start-up waits for the loop.
   doWatchSignals();
   if (!options_.stateFile.empty()) {
@@ -163,9 +180,12 @@ bool AclAgent::doPublishStateFile(bool reload) {
     next = loadStateDocument(file);
   } catch (const StateDocumentError& e) {
     std::cerr << "acl-agent: " << file << ": " << e.what() << "\n";
+    facts_.lastRefused = wallNow();
+    facts_.lastRefusedWhy = e.what();
     if (reload) std::cerr << "acl-agent: reload refused; the state in force stays\n";
     return false;
   }
+  pendingSha256_ = Control::fileSha256Hex(file);
   // Behind a phase 1, this reload's or an earlier one's, the target waits.
   const bool waiting = pending_.has_value();
   std::optional<StateDocument> first = reloadPhaseOne(publisher_->current(), next);
@@ -185,6 +205,9 @@ void AclAgent::doPublishPending(bool reload) {
   pending_.reset();
   const std::size_t changes = pendingChanges_ + publisher_->publish(next);
   pendingChanges_ = 0;
+  facts_.documentPath = options_.stateFile;
+  facts_.documentSha256 = pendingSha256_;
+  facts_.documentApplied = wallNow();
   std::cerr << "acl-agent: published " << options_.stateFile << ": " << summary(next);
   if (reload) std::cerr << " (" << changes << " changes)";
   std::cerr << "\n";
@@ -226,6 +249,74 @@ void AclAgent::handleStateDirEvents() {
     reloadTimer_ = 0;
     doPublishStateFile(true);
   });
+}
+
+bool AclAgent::doOpenControl() {
+  control_ = std::make_unique<Control::ControlServer>(
+      *loop_, options_.controlPath,
+      [this](const std::string& request) { return handleControlRequest(request); });
+  std::string why;
+  if (control_->doListen(why)) return true;
+  std::cerr << "acl-agent: --control: " << why << "\n";
+  control_.reset();
+  return false;
+}
+
+std::string AclAgent::handleControlRequest(const std::string& text) {
+  const nlohmann::json request = nlohmann::json::parse(text, nullptr, false);
+  if (!request.is_object() || !request.contains("request") || !request["request"].is_string())
+    return Control::ControlServer::errorReply(
+        "malformed request: want {\"request\": \"status\"|\"verify\"}");
+  const std::string what = request["request"];
+  Acl::PluginView* view = context_ ? context_->pluginView().ptr() : nullptr;
+  if (what == "status") {
+    facts_.uptime = loop_->now() - startedAt_;
+    return Control::statusJson(view, applyStats_, facts_).dump() + "\n";
+  }
+  if (what != "verify")
+    return Control::ControlServer::errorReply("unknown request \"" + what + "\"");
+  if (options_.dryRun)
+    return Control::ControlServer::errorReply("dry run: nothing is installed to read back");
+  if (!view) return Control::ControlServer::errorReply("the plug-in is not ready yet");
+  const bool repair = request.value("repair", false);
+  const Control::VerifyResult r = Control::doVerify(
+      *view, [this](const std::string& line) { return doReadBack(line); }, repair);
+  return Control::verifyJson(r).dump() + "\n";
+}
+
+std::optional<std::string> AclAgent::doReadBack(const std::string& line) {
+  FILE* p = ::popen((line + " 2>/dev/null").c_str(), "r");
+  if (!p) {
+    applyStats_.ranIs(line, -1);
+    return std::nullopt;
+  }
+  std::string out;
+  char buf[4096];
+  std::size_t n;
+  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
+  const int status = ::pclose(p);
+  applyStats_.ranIs(line, status);
+  if (status != 0) return std::nullopt;
+  return out;
+}
+
+void AclAgent::doVerifyByItself() {
+  nextVerify_ = loop_->now() + options_.verifyEvery;
+  Acl::PluginView* view = context_ ? context_->pluginView().ptr() : nullptr;
+  if (options_.dryRun || !view) return;
+  const Control::VerifyResult r = Control::doVerify(
+      *view, [this](const std::string& line) { return doReadBack(line); }, options_.repair);
+  for (const Control::NsDrift& d : r.namespaces) {
+    if (d.inStep()) continue;
+    std::cerr << "acl-agent: verify: " << d.ns << ": ";
+    if (!d.error.empty())
+      std::cerr << d.error;
+    else
+      std::cerr << d.missing.size() + d.missingArp.size() << " missing, " << d.misordered.size()
+                << " misordered, " << d.extra.size() << " extra"
+                << (options_.repair ? ", repair queued" : "");
+    std::cerr << "\n";
+  }
 }
 
 }  // namespace Agent
