@@ -54,6 +54,7 @@ std::string alignedTable(const std::vector<std::vector<std::string>>& rows) {
       line += r[i];
       if (i + 1 < r.size()) line += std::string(width[i] - r[i].size() + 2, ' ');
     }
+    line.erase(line.find_last_not_of(' ') + 1);
     out += line + "\n";
   }
   return out;
