@@ -42,9 +42,12 @@ for ns in "${namespaces[@]}"; do
 done
 
 export FHRP_ARPTABLES_LOG
-FHRP_ARPTABLES_LOG="$(mktemp -d)/arptables.log"
+scratch="$(mktemp -d)"
+FHRP_ARPTABLES_LOG="$scratch/arptables.log"
+# The control socket in the scratch folder, never under the host's /run.
 echo "== acl-agent --state $state --until-idle --trace VirtualIpArpMangleSm/0,5"
-if ! "$agent" --state "$state" --until-idle --trace VirtualIpArpMangleSm/0,5 2>&1; then
+if ! "$agent" --state "$state" --until-idle --trace VirtualIpArpMangleSm/0,5 \
+  --control "$scratch/control.sock" 2>&1; then
   echo "demo: acl-agent failed" >&2
   exit 1
 fi
