@@ -188,7 +188,8 @@ int SmView::ruleDel(const Acl::RuleView& r) {
   else
     line = Firewall::iptablesRuleLine(
         nsOf(r.ns), r.tool == "ip6tables" ? Firewall::Family::v6 : Firewall::Family::v4,
-        Firewall::Verb::drop, r.target == "ACCEPT" ? Firewall::Target::accept : Firewall::Target::drop,
+        Firewall::Verb::drop,
+        r.target == "ACCEPT" ? Firewall::Target::accept : Firewall::Target::drop,
         Kiv::String8(r.address), Kiv::String8(r.dev));
   return runBashCmd(line.charPtr());
 }

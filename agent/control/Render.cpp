@@ -92,8 +92,8 @@ std::string statusText(const json& s) {
   std::vector<std::vector<std::string>> subnets = {
       {"INTERFACE", "SUBNET", "DEVICE", "SOURCE IP", "MAC", "NAMESPACE"}};
   for (const json& n : s["subnets"])
-    subnets.push_back({str(n, "interface"), str(n, "subnet"), str(n, "device"),
-                       str(n, "sourceIp"), str(n, "mac"), str(n, "namespace")});
+    subnets.push_back({str(n, "interface"), str(n, "subnet"), str(n, "device"), str(n, "sourceIp"),
+                       str(n, "mac"), str(n, "namespace")});
   out += "\n" + alignedTable(subnets);
 
   std::vector<std::vector<std::string>> tools = {{"TOOL", "RUN", "FAILED"}};

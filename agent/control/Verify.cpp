@@ -101,8 +101,7 @@ std::optional<Acl::RuleView> parseArptablesLine(const std::string& ns, const std
   if (mac.empty()) mac = valueAfter(w, "--mangle-mac-s");
   const std::string src = valueAfter(w, "--mangle-ip-s");
   if (mac.empty() || src.empty()) return std::nullopt;
-  return normalArp(
-      {"arptables", ns, "", "", valueAfter(w, "-o"), valueAfter(w, "-d"), src, mac});
+  return normalArp({"arptables", ns, "", "", valueAfter(w, "-o"), valueAfter(w, "-d"), src, mac});
 }
 
 NsDrift compareNamespace(const std::string& ns, const std::vector<Acl::ExpectedPair>& pairs,
@@ -223,7 +222,8 @@ nlohmann::json verifyJson(const VerifyResult& r) {
       m["rule"] = ruleText(rule);
       n["missing"].push_back(m);
     }
-    for (const Acl::RuleView& rule : d.missingArp) n["missing"].push_back({{"rule", ruleText(rule)}});
+    for (const Acl::RuleView& rule : d.missingArp)
+      n["missing"].push_back({{"rule", ruleText(rule)}});
     n["misordered"] = json::array();
     for (const Acl::ExpectedPair& p : d.misordered) n["misordered"].push_back(pairJson(p));
     n["extra"] = json::array();
@@ -232,7 +232,8 @@ nlohmann::json verifyJson(const VerifyResult& r) {
     error = error || !d.error.empty();
     namespaces.push_back(std::move(n));
   }
-  json out{{"reply", "verify"}, {"inStep", inStep}, {"readFailed", error}, {"namespaces", namespaces}};
+  json out{
+      {"reply", "verify"}, {"inStep", inStep}, {"readFailed", error}, {"namespaces", namespaces}};
   if (r.repair)
     out["repaired"] = {{"queued", r.queued},
                        {"readded", r.readded},

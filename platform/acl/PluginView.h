@@ -18,7 +18,7 @@ namespace Acl {
 
 struct VipIntfView {
   std::string intf;
-  std::string dev;        // recorded device, else the interface's current one
+  std::string dev;         // recorded device, else the interface's current one
   bool installed = false;  // the record holds the interface
   bool queued = false;     // the pair waits in the backlog
   bool unwanted = false;   // the input's entry carries a value
@@ -37,7 +37,7 @@ struct SubnetView {
 
 struct BacklogView {
   std::size_t size = 0;
-  double oldestAge = 0;       // seconds since its oldest entry was queued
+  double oldestAge = 0;        // seconds since its oldest entry was queued
   std::uint64_t overruns = 0;  // slices cut short by their time budget
 };
 

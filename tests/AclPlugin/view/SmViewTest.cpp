@@ -82,7 +82,8 @@ TEST_F(VipSmFixture, ViewExpectsALateNamespacesPairAndRepairsThroughThePlugin) {
   EXPECT_TRUE(view->pairQueueIs(p));
   EXPECT_TRUE(view->expectedPairs()[0].queued);
   tick();
-  EXPECT_EQ(FakeSystem::commands(), mangleLines("ip netns exec ns-green ", true, "10.0.40.1", "vlan10"));
+  EXPECT_EQ(FakeSystem::commands(),
+            mangleLines("ip netns exec ns-green ", true, "10.0.40.1", "vlan10"));
 
   FakeSystem::reset();
   Acl::ExpectedPair unknown = p;

@@ -15,11 +15,12 @@ using ::testing::IsEmpty;
 
 const std::string tag = "KESTEL ADDED";
 
-Acl::RuleView ipRule(const char* target, const char* addr = "10.0.0.1", const char* tool = "iptables") {
+Acl::RuleView ipRule(const char* target, const char* addr = "10.0.0.1",
+                     const char* tool = "iptables") {
   return {tool, "ns-red", target, addr, "vlan10", "", "", ""};
 }
-const Acl::RuleView arpRule{"arptables", "ns-red", "", "", "vlan10",
-                            "10.1.1.0/24", "10.1.1.1", "02:00:00:00:01:01"};
+const Acl::RuleView arpRule{"arptables", "ns-red",      "",         "",
+                            "vlan10",    "10.1.1.0/24", "10.1.1.1", "02:00:00:00:01:01"};
 
 Acl::ExpectedPair pair(bool queued = false) {
   return {"iptables", "ns-red", "10.0.0.1", "vlan10", "red", "10.0.0.1/24", "Vlan10", queued};
@@ -32,7 +33,8 @@ TEST(VerifyTest, ReadsTaggedRulesAndBothArptablesDialects) {
     std::optional<Acl::RuleView> rule;
   } rows[] = {
       {"iptables",
-       "-A PREROUTING -d 10.0.0.1/32 -i vlan10 -p icmp -m comment --comment \"KESTEL ADDED\" -j ACCEPT",
+       "-A PREROUTING -d 10.0.0.1/32 -i vlan10 -p icmp -m comment --comment \"KESTEL ADDED\" -j "
+       "ACCEPT",
        ipRule("ACCEPT")},
       {"iptables", "-A PREROUTING -d 10.0.0.1/32 -i vlan10 -j DROP", std::nullopt},
       {"iptables", "-A PREROUTING -d 10.0.0.1/32 -m comment --comment other -j DROP", std::nullopt},
@@ -150,7 +152,8 @@ TEST(VerifyTest, RepairsThroughTheViewAndReportsAFailedReadBack) {
   const nlohmann::json j = verifyJson(r);
   EXPECT_FALSE(j["inStep"]);
   EXPECT_TRUE(j["readFailed"]);
-  EXPECT_EQ(j["repaired"], (nlohmann::json{{"queued", 1}, {"readded", 1}, {"removed", 1}, {"failed", 0}}));
+  EXPECT_EQ(j["repaired"],
+            (nlohmann::json{{"queued", 1}, {"readded", 1}, {"removed", 1}, {"failed", 0}}));
 
   view->pairs.clear();
   view->arp.clear();
