@@ -4,7 +4,8 @@
 # add failed is half installed, and the pair of a VRF whose namespace came
 # after it was dropped is missing. verify exits 1 and names each; --repair
 # queues the pairs through the plug-in's backlog and removes the extra rule,
-# after which verify exits 0. status shows the failed add.
+# after which verify exits 0. status shows the failed add; --verify-every
+# logs the drift by itself.
 set -uo pipefail
 # shellcheck source=tests/e2e/agent_common.sh
 source "$(dirname "$0")/agent_common.sh" "$@"
@@ -33,7 +34,7 @@ sed -e 's|"blue": {|"green": { "state": "deleting", "namespace": "ns-green" }, "
   -e 's|"virtualIps": \[|"virtualIps": [ { "vrf": "green", "address": "10.0.40.1/32", "interfaces": ["Vlan30"] },|' \
   "$root/examples/state.json" >"$work/state.json"
 PATH="$work/bin:$PATH" timeout --foreground -s KILL 90 "$agent" --state "$work/state.json" \
-  --control "$ctl" >"$work/out" 2>"$work/err" &
+  --control "$ctl" --verify-every 2 >"$work/out" 2>"$work/err" &
 pid=$!
 trap 'kill -TERM "$pid" 2>/dev/null; wait "$pid" 2>/dev/null; rm -rf "$work"' EXIT
 
@@ -62,6 +63,7 @@ ip netns exec ns-red iptables -t mangle -D PREROUTING -p icmp -d 10.0.20.1 -i vl
 ip netns exec ns-blue iptables -t mangle -A PREROUTING -d 10.9.9.9 -i vlan30 \
   -m comment --comment "$tag" -j DROP || fail "cannot add a tagged rule"
 
+wait_for "$work/err" "^acl-agent: verify: ns-blue: 0 missing, 0 misordered, 1 extra$"
 "$agent" verify --control "$ctl" >"$work/verify" 2>&1
 rc=$?
 cat "$work/verify"

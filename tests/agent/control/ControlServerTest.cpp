@@ -33,6 +33,9 @@ class ControlServerTest : public ::testing::Test {
     a.sun_family = AF_UNIX;
     std::strcpy(a.sun_path, path_.c_str());
     EXPECT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+    // A server that never answers fails the test instead of hanging it.
+    const timeval limit{5, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     return fd;
   }
   // Everything the server sent before it closed.
