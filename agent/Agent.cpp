@@ -8,14 +8,13 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
 
 #include "agent/apply/Appliers.h"
+#include "agent/control/Requests.h"
 #include "agent/control/Sha256.h"
-#include "agent/control/Verify.h"
 
 namespace Agent {
 
@@ -261,50 +260,29 @@ bool AclAgent::doOpenControl() {
   return false;
 }
 
-std::string AclAgent::handleControlRequest(const std::string& text) {
-  const nlohmann::json request = nlohmann::json::parse(text, nullptr, false);
-  if (!request.is_object() || !request.contains("request") || !request["request"].is_string())
-    return Control::ControlServer::errorReply(
-        "malformed request: want {\"request\": \"status\"|\"verify\"}");
-  const std::string what = request["request"];
-  Acl::PluginView* view = context_ ? context_->pluginView().ptr() : nullptr;
-  if (what == "status") {
-    facts_.uptime = loop_->now() - startedAt_;
-    return Control::statusJson(view, applyStats_, facts_).dump() + "\n";
-  }
-  if (what != "verify")
-    return Control::ControlServer::errorReply("unknown request \"" + what + "\"");
-  if (options_.dryRun)
-    return Control::ControlServer::errorReply("dry run: nothing is installed to read back");
-  if (!view) return Control::ControlServer::errorReply("the plug-in is not ready yet");
-  const bool repair = request.value("repair", false);
-  const Control::VerifyResult r = Control::doVerify(
-      *view, [this](const std::string& line) { return doReadBack(line); }, repair);
-  return Control::verifyJson(r).dump() + "\n";
+std::string AclAgent::handleControlRequest(const std::string& request) {
+  facts_.uptime = loop_->now() - startedAt_;
+  return Control::answerRequest(
+      request, {context_ ? context_->pluginView().ptr() : nullptr, &applyStats_, facts_,
+                [this](const std::string& line) { return doReadBack(line); }});
 }
 
 std::optional<std::string> AclAgent::doReadBack(const std::string& line) {
-  FILE* p = ::popen((line + " 2>/dev/null").c_str(), "r");
-  if (!p) {
-    applyStats_.ranIs(line, -1);
-    return std::nullopt;
-  }
-  std::string out;
-  char buf[4096];
-  std::size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-  const int status = ::pclose(p);
-  applyStats_.ranIs(line, status);
-  if (status != 0) return std::nullopt;
-  return out;
+  return Control::readBackCommand(line, applyStats_);
 }
 
 void AclAgent::doVerifyByItself() {
   nextVerify_ = loop_->now() + options_.verifyEvery;
   Acl::PluginView* view = context_ ? context_->pluginView().ptr() : nullptr;
   if (options_.dryRun || !view) return;
-  const Control::VerifyResult r = Control::doVerify(
-      *view, [this](const std::string& line) { return doReadBack(line); }, options_.repair);
+  Control::VerifyResult r;
+  try {
+    r = Control::doVerify(
+        *view, [this](const std::string& line) { return doReadBack(line); }, options_.repair);
+  } catch (const std::exception& e) {
+    std::cerr << "acl-agent: verify failed: " << e.what() << "\n";
+    return;
+  }
   for (const Control::NsDrift& d : r.namespaces) {
     if (d.inStep()) continue;
     std::cerr << "acl-agent: verify: " << d.ns << ": ";
