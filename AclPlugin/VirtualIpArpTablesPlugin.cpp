@@ -3,6 +3,7 @@
 #include "AclPlugin/ModuleInit.h"
 #include "AclPlugin/diagnostics/Trace.h"
 #include "AclPlugin/firewall/CommandRunner.h"
+#include "AclPlugin/view/SmView.h"
 
 namespace Routing::Fhrp {
 
@@ -131,6 +132,8 @@ Kiv::Ptr<VirtualIpArpTablesSm> VirtualIpArpTablesPlugin::virtualIpArpTablesSmIs(
     return sm_;
   // The old one is only released here; its notifications stay as they were.
   sm_ = newVirtualIpArpTablesSm(vip, vip6, vrMac, allIntf, allVrf);
+  // The host's read-only view follows the state machine in force.
+  if (context_) context_->pluginViewIs(new SmView(sm_));
   notifyAll(virtualIpArpTablesSmAttrId, [](NotifieeConst& n) { n.onVirtualIpArpTablesSm(); });
   sm_->hasNotificationActiveIs(true);
   return Kiv::validPtr(sm_);
@@ -140,6 +143,7 @@ Kiv::Ptr<VirtualIpArpTablesSm> VirtualIpArpTablesPlugin::virtualIpArpTablesSmDel
   if (!sm_) return nullptr;
   Kiv::Ptr<VirtualIpArpTablesSm> old = std::move(sm_);
   sm_ = nullptr;
+  if (context_) context_->pluginViewIs(nullptr);
   notifyAll(virtualIpArpTablesSmAttrId, [](NotifieeConst& n) { n.onVirtualIpArpTablesSm(); });
   old->hasNotificationActiveIs(false);
   return old;

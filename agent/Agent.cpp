@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
@@ -15,6 +16,8 @@
 #include "agent/arptables/ArptablesDialect.h"
 #include "agent/service/Notify.h"
 #include "agent/apply/BatchApplier.h"
+#include "agent/control/Requests.h"
+#include "agent/control/Sha256.h"
 
 namespace Agent {
 
@@ -29,6 +32,10 @@ void onSignal(int sig) {
   const unsigned char s = static_cast<unsigned char>(sig);
   [[maybe_unused]] ssize_t n = ::write(signalPipeWrite, &s, 1);
   errno = saved;
+}
+
+double wallNow() {
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
 std::string summary(const StateDocument& d) {
@@ -49,6 +56,9 @@ AclAgent::AclAgent(Options options)
 
 AclAgent::~AclAgent() {
   loop_->afterCallbackIs(nullptr);
+  control_.reset();
+  // The view's code lives in the plug-in: let it go before the plug-in does.
+  if (context_) context_->pluginViewIs(nullptr);
   // Plug-ins first (in reverse), while the inputs and the loop they use exist.
   for (auto it = plugins_.rbegin(); it != plugins_.rend(); ++it) ::dlclose(*it);
   for (int sig : {SIGTERM, SIGINT, SIGHUP}) std::signal(sig, SIG_DFL);
@@ -69,6 +79,7 @@ int AclAgent::run() {
         break;
       else
         loop_->runOnce(1.0);
+      if (options_.verifyEvery > 0 && loop_->now() >= nextVerify_) doVerifyByItself();
     }
   } catch (const std::exception& e) {
     std::cerr << "acl-agent: internal error: " << e.what() << "\n";
@@ -81,6 +92,10 @@ int AclAgent::run() {
 }
 
 bool AclAgent::doStart() {
+  startedAt_ = loop_->now();
+  nextVerify_ = startedAt_ + options_.verifyEvery;
+  facts_.dryRun = options_.dryRun;
+  if (!doOpenControl()) return false;
   // Watch first: a signal or a change during start-up waits for the loop.
   doWatchSignals();
   if (!options_.stateFile.empty()) {
@@ -178,9 +193,12 @@ bool AclAgent::doPublishStateFile(bool reload) {
     next = loadStateDocument(file);
   } catch (const std::exception& e) {  // a refused document, or one too large to hold
     std::cerr << "acl-agent: " << file << ": " << e.what() << "\n";
+    facts_.lastRefused = wallNow();
+    facts_.lastRefusedWhy = e.what();
     if (reload) std::cerr << "acl-agent: reload refused; the state in force stays\n";
     return false;
   }
+  pendingSha256_ = Control::fileSha256Hex(file);
   // Behind a phase 1, this reload's or an earlier one's, the target waits.
   const bool waiting = pending_.has_value();
   std::optional<StateDocument> first = reloadPhaseOne(publisher_->current(), next);
@@ -200,6 +218,9 @@ void AclAgent::doPublishPending(bool reload) {
   pending_.reset();
   const std::size_t changes = pendingChanges_ + publisher_->publish(next);
   pendingChanges_ = 0;
+  facts_.documentPath = options_.stateFile;
+  facts_.documentSha256 = pendingSha256_;
+  facts_.documentApplied = wallNow();
   std::cerr << "acl-agent: published " << options_.stateFile << ": " << summary(next);
   if (reload) std::cerr << " (" << changes << " changes)";
   std::cerr << "\n";
@@ -249,6 +270,53 @@ void AclAgent::handleStateDirEvents() {
     reloadTimer_ = 0;
     doPublishStateFile(true);
   });
+}
+
+bool AclAgent::doOpenControl() {
+  control_ = std::make_unique<Control::ControlServer>(
+      *loop_, options_.controlPath,
+      [this](const std::string& request) { return handleControlRequest(request); });
+  std::string why;
+  if (control_->doListen(why)) return true;
+  std::cerr << "acl-agent: --control: " << why << "\n";
+  control_.reset();
+  return false;
+}
+
+std::string AclAgent::handleControlRequest(const std::string& request) {
+  facts_.uptime = loop_->now() - startedAt_;
+  return Control::answerRequest(
+      request, {context_ ? context_->pluginView().ptr() : nullptr, &applyStats_, facts_,
+                [this](const std::string& line) { return doReadBack(line); }});
+}
+
+std::optional<std::string> AclAgent::doReadBack(const std::string& line) {
+  return Control::readBackCommand(line, applyStats_);
+}
+
+void AclAgent::doVerifyByItself() {
+  nextVerify_ = loop_->now() + options_.verifyEvery;
+  Acl::PluginView* view = context_ ? context_->pluginView().ptr() : nullptr;
+  if (options_.dryRun || !view) return;
+  Control::VerifyResult r;
+  try {
+    r = Control::doVerify(
+        *view, [this](const std::string& line) { return doReadBack(line); }, options_.repair);
+  } catch (const std::exception& e) {
+    std::cerr << "acl-agent: verify failed: " << e.what() << "\n";
+    return;
+  }
+  for (const Control::NsDrift& d : r.namespaces) {
+    if (d.inStep()) continue;
+    std::cerr << "acl-agent: verify: " << d.ns << ": ";
+    if (!d.error.empty())
+      std::cerr << d.error;
+    else
+      std::cerr << d.missing.size() + d.missingArp.size() << " missing, " << d.misordered.size()
+                << " misordered, " << d.extra.size() << " extra"
+                << (options_.repair ? ", repair queued" : "");
+    std::cerr << "\n";
+  }
 }
 
 }  // namespace Agent

@@ -30,6 +30,13 @@
 // sends READY=1 when the loop first goes idle (the point --until-idle exits
 // at), RELOADING=1 when a reload starts and READY=1 again once it is
 // applied or refused, and STOPPING=1 on SIGTERM/SIGINT.
+// The control socket (--control, see control/ControlServer.h) answers
+// {"request":"status"} and {"request":"verify","repair":BOOL}; it is made
+// before any plug-in loads, so a second agent on the same socket stops before
+// it flushes anything. With --verify-every the agent verifies by itself
+// between turns of its loop (no loop timer: phase 2 of a reload waits for
+// the idle loop) and logs one line per drifted namespace:
+//   acl-agent: verify: NS: N missing, N misordered, N extra[, repair queued]
 // One agent per process: it installs signal handlers and the process's loop.
 #pragma once
 
@@ -42,6 +49,8 @@
 #include "agent/Options.h"
 #include "agent/Publisher.h"
 #include "agent/apply/ApplyStats.h"
+#include "agent/control/ControlServer.h"
+#include "agent/control/Status.h"
 #include "platform/acl/CommandApplier.h"
 #include "platform/acl/PluginLoader.h"
 #include "platform/kiv/ActivityManager.h"
@@ -75,6 +84,12 @@ class AclAgent {
   void doNotifyReady();
   void handleSignals();
   void handleStateDirEvents();
+  bool doOpenControl();
+  std::string handleControlRequest(const std::string& request);
+  // Runs one read-back command and returns its output; nullopt when it
+  // failed. Counted in applyStats_ like every other command.
+  std::optional<std::string> doReadBack(const std::string& line);
+  void doVerifyByItself();
 
   Options options_;
   Kiv::Ptr<Kiv::ActivityManager> loop_;
@@ -91,6 +106,11 @@ class AclAgent {
   std::optional<StateDocument> pending_;  // phase 2's target, while it waits
   std::size_t pendingChanges_ = 0;        // made by phase 1 of the reload
   bool ready_ = false;                    // READY=1 sent since start-up or the last reload
+  std::unique_ptr<Control::ControlServer> control_;
+  Control::AgentFacts facts_;  // uptime filled in when asked
+  std::string pendingSha256_;  // of the document that phase 2 publishes
+  double startedAt_ = 0;       // loop clock
+  double nextVerify_ = 0;      // loop clock, with --verify-every
 };
 
 }  // namespace Agent

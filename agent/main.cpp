@@ -3,6 +3,7 @@
 #include <iostream>
 
 #include "agent/Agent.h"
+#include "agent/control/Client.h"
 #include "platform/kiv/Trace.h"
 
 int main(int argc, char** argv) {
@@ -24,10 +25,7 @@ int main(int argc, char** argv) {
     std::cerr << "acl-agent: " << e.what() << "\n" << Agent::usageText();
     return 2;
   }
-  if (options.mode != Agent::Options::Mode::agent) {
-    std::cerr << "acl-agent: this build has no control socket client yet\n";
-    return 2;
-  }
+  if (options.mode != Agent::Options::Mode::agent) return Agent::Control::runClient(options);
   if (options.plugins.empty()) options.plugins.push_back(Agent::defaultPluginPath());
   return Agent::AclAgent(std::move(options)).run();
 }

@@ -67,8 +67,11 @@ for ns in "${namespaces[@]}"; do
   done
 done
 
+scratch="$(mktemp -d)"
+# The control socket in the scratch folder, never under the host's /run.
 echo "== acl-agent --state $state --until-idle --trace VirtualIpArpMangleSm/0,5"
-if ! "$agent" --state "$state" --until-idle --trace VirtualIpArpMangleSm/0,5 2>&1; then
+if ! "$agent" --state "$state" --until-idle --trace VirtualIpArpMangleSm/0,5 \
+  --control "$scratch/control.sock" 2>&1; then
   echo "demo: acl-agent failed" >&2
   exit 1
 fi

@@ -1,5 +1,8 @@
 // The backlog of (virtual IP, interface) pairs and the timer wheel that
 // drains it, so that no command runs inside an input notification.
+#include <algorithm>
+#include <limits>
+
 #include "AclPlugin/diagnostics/Trace.h"
 #include "AclPlugin/sm/Reactors.h"
 
@@ -19,6 +22,7 @@ void VirtualIpArpTablesSm::doWriteToBacklog(const VrfIpWithMaskPair& vrfIpWithMa
 void VirtualIpArpTablesSm::newVirtualIpBacklogCollection(const VirtualIpBacklogKey& key,
                                                          bool value) {
   backlog_.insert(key, value);
+  backlogQueuedAt_.insert(key, Kiv::now());
 }
 void VirtualIpArpTablesSm::virtualIpBacklogCollectionIs(const VirtualIpBacklogKey& key,
                                                         bool value) {
@@ -29,12 +33,20 @@ void VirtualIpArpTablesSm::virtualIpBacklogCollectionIs(const VirtualIpBacklogKe
 }
 void VirtualIpArpTablesSm::virtualIpBacklogCollectionDel(const VirtualIpBacklogKey& key) {
   backlog_.erase(key);
+  backlogQueuedAt_.erase(key);
 }
 void VirtualIpArpTablesSm::virtualIpBacklogCollectionDel(VirtualIpBacklogIterator& it) {
+  if (it) backlogQueuedAt_.erase(it.key());
   backlog_.erase(it);
 }
 void VirtualIpArpTablesSm::virtualIpBacklogCollectionDelAll() {
   backlog_.clear();
+  backlogQueuedAt_.clear();
+}
+double VirtualIpArpTablesSm::virtualIpBacklogOldestQueuedAt() const {
+  double oldest = std::numeric_limits<double>::infinity();
+  for (auto it = backlogQueuedAt_.iterator(); it; ++it) oldest = std::min(oldest, it.value());
+  return oldest;
 }
 
 Kiv::Ptr<const Oru::TimerWheel> VirtualIpArpTablesSm::virtualIpTimerWheelIs(

@@ -131,6 +131,9 @@ class VirtualIpArpTablesSm : public Kiv::PtrInterface {
   void virtualIpBacklogCollectionDel(const VirtualIpBacklogKey& key);
   void virtualIpBacklogCollectionDel(VirtualIpBacklogIterator& it);
   void virtualIpBacklogCollectionDelAll();
+  // When the oldest entry was first queued (loop clock); +infinity when the
+  // backlog is empty. Kept beside the backlog, whose values stay plain flags.
+  double virtualIpBacklogOldestQueuedAt() const;
   // Returns the existing wheel if there is one.
   Kiv::Ptr<const Oru::TimerWheel> virtualIpTimerWheelIs(
       const Kiv::Ptr<Kiv::ActivityConfig>& config, const Kiv::Ptr<const Kiv::Clock>& clock,
@@ -240,6 +243,7 @@ class VirtualIpArpTablesSm : public Kiv::PtrInterface {
   LocalVipSubnetMap localVipSubnet_;
   std::unique_ptr<KivVirtualIpTimerWheel> virtualIpTimerWheel_;
   VirtualIpBacklogMap backlog_;
+  Kiv::HashMap<VirtualIpBacklogKey, double> backlogQueuedAt_;  // in step with backlog_
   double maxProcessTime_ = defaultMaxProcessTime;
   std::uint32_t codefCounter_ = 0;
   bool initialized_ = false;

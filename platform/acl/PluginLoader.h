@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/acl/CommandApplier.h"
+#include "platform/acl/PluginView.h"
 #include "platform/kiv/Ptr.h"
 
 namespace Mirel {
@@ -102,10 +103,14 @@ class PluginContext : public Kiv::PtrInterface {
   ~PluginContext() override;
   const Kiv::Ptr<Mirel::EntityManager>& entityManager() const { return em_; }
   const Kiv::Ptr<CommandApplier>& commandApplier() const { return applier_; }
+  // The plug-in's read-only view (null until its state machine exists).
+  const Kiv::Ptr<PluginView>& pluginView() const { return view_; }
+  void pluginViewIs(Kiv::Ptr<PluginView> view) { view_ = std::move(view); }
 
  private:
   Kiv::Ptr<Mirel::EntityManager> em_;
   Kiv::Ptr<CommandApplier> applier_;
+  Kiv::Ptr<PluginView> view_;
 };
 
 using PluginLoader = Plugin::Loader<PluginContext>;

@@ -3,8 +3,10 @@
 # Called as `source agent_common.sh "$@"` with the path of acl-agent as the
 # test's first argument. Re-runs the calling test inside scripts/sandbox.sh
 # (which exits 77, "skipped", where no sandbox can be made), then provides:
-#   $root    the source tree      $agent   acl-agent
-#   $plugin  the plug-in beside it
+#   $root    the source tree      $agent   acl-agent, through a wrapper that
+#                                          adds --control $control unless given
+#   $plugin  the plug-in beside it  $control  a socket path in $work (no test
+#                                          may use the default under /run)
 #   $work    a scratch folder, removed at exit; the arptables stand-in logs
 #            to $FHRP_ARPTABLES_LOG in it
 #   fail MSG, wait_for FILE PATTERN (polls up to 20 s), need_plugin
@@ -17,6 +19,18 @@ plugin="$(dirname "$agent")/VirtualIpArpTablesPlugin.so"
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
 export FHRP_ARPTABLES_LOG="$work/arptables.log"
+control="$work/control.sock"
+real_agent="$agent"
+agent="$work/acl-agent"
+{
+  echo '#!/bin/sh'
+  echo 'case " $* " in *" --control "* | *" --control="*) exec '"'$real_agent'"' "$@" ;; esac'
+  echo 'case "$1" in status | verify) m="$1"; shift; set -- "$m" --control '"'$control'"' "$@" ;;'
+  echo '  *) set -- --control '"'$control'"' "$@" ;;'
+  echo 'esac'
+  echo 'exec '"'$real_agent'"' "$@"'
+} >"$agent"
+chmod +x "$agent"
 
 fail() {
   echo "FAIL: $*" >&2

@@ -6,7 +6,7 @@
 set -uo pipefail
 # shellcheck source=tests/e2e/agent_common.sh
 source "$(dirname "$0")/agent_common.sh" "$@"
-adapter="$(dirname "$agent")/../libexec/acl-agent/arptables"
+adapter="$(dirname "$real_agent")/../libexec/acl-agent/arptables"
 [ -x "$adapter" ] || { echo "SKIP: $adapter is not built"; exit 77; }
 
 mkdir "$work/tool"

@@ -1,0 +1,67 @@
+// The agent's control socket: a Unix stream socket on the event loop that
+// serves one request per connection. A request is one line of text (up to
+// maxRequest bytes, ended by a newline or by the client's end of writing);
+// the reply is what the handler returns, then the connection closes.
+//
+// Nothing here blocks the loop: accepts, reads and writes are non-blocking.
+// A client that sends nothing within `timeout` gets an error reply; one that
+// sends too much gets an error reply at once; one that does not read its
+// reply within `timeout` is dropped. At most maxClients are served at once;
+// more are closed on accept.
+//
+// The socket's directory is made 0700 when missing and the socket is 0600.
+// An existing socket file on which an agent answers makes doListen fail; a
+// stale one is removed. The destructor closes everything and removes the
+// socket file. Event-loop thread only.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+
+#include "platform/kiv/ActivityManager.h"
+
+namespace Agent::Control {
+
+class ControlServer {
+ public:
+  using Handler = std::function<std::string(const std::string& request)>;
+  static constexpr std::size_t maxRequest = 4096;
+  static constexpr std::size_t maxClients = 16;
+  static constexpr double timeout = 2.0;  // seconds, on the loop's clock
+  static constexpr double writeRetry = 0.01;
+
+  ControlServer(Kiv::ActivityManager& loop, std::string path, Handler handler);
+  ~ControlServer();
+  ControlServer(const ControlServer&) = delete;
+  ControlServer& operator=(const ControlServer&) = delete;
+
+  // False, with the reason in `why`, when the socket cannot be made.
+  bool doListen(std::string& why);
+  std::size_t clientCount() const { return clients_.size(); }
+
+  // The reply to a request that could not be read: {"reply":"error",...}.
+  static std::string errorReply(const std::string& why);
+
+ private:
+  struct Client {
+    std::string in, out;
+    std::size_t sent = 0;
+    bool replying = false;
+    Kiv::ActivityManager::TimerId deadline = 0, retry = 0;
+  };
+  void handleAccept();
+  void handleReadable(int fd);
+  void handleDeadline(int fd);
+  void doReply(int fd, const std::string& reply);
+  void doFlush(int fd);
+  void doClose(int fd);
+
+  Kiv::ActivityManager& loop_;
+  std::string path_;
+  Handler handler_;
+  int listenFd_ = -1;
+  std::map<int, Client> clients_;
+};
+
+}  // namespace Agent::Control

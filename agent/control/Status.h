@@ -1,0 +1,31 @@
+// status: what the running agent reports about itself and its plug-in, as
+// the JSON reply of the control socket (its schema is in the README).
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "agent/apply/ApplyStats.h"
+#include "platform/acl/PluginView.h"
+
+namespace Agent::Control {
+
+// The state document in force and the agent's own facts. Times are seconds
+// since the epoch; 0 means never.
+struct AgentFacts {
+  std::string documentPath;  // empty: no state file
+  std::string documentSha256;
+  double documentApplied = 0;
+  double lastRefused = 0;
+  std::string lastRefusedWhy;
+  double uptime = 0;  // seconds
+  bool dryRun = false;
+};
+
+// `view` may be null (no plug-in state machine yet): its parts are empty.
+nlohmann::json statusJson(const Acl::PluginView* view, const ApplyStats& stats,
+                          const AgentFacts& facts);
+
+}  // namespace Agent::Control
