@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Runs CMD inside a sandbox of its own: a fresh network namespace (only lo,
 # up; no packet filter rules) and a private mount namespace with an empty
-# tmpfs on /run/netns, so `ip netns add` and every iptables, ip6tables or
-# arptables command stay inside. The recording stand-ins (scripts/stand-ins,
+# tmpfs on /run, so `ip netns add`, the agent's control socket and every
+# iptables, ip6tables or arptables command stay inside. The recording stand-ins (scripts/stand-ins,
 # arptables among them) go first on PATH, unless --no-stand-ins asks for the
 # host's real tools. Nothing made inside outlives CMD.
 #
@@ -32,14 +32,11 @@ shift 2
 # and every command below would otherwise reach the host.
 source "$(dirname "${BASH_SOURCE[0]}")/lib/require-sandbox.sh" sandbox
 
-# From here on mounts are private to this namespace. Without a /run/netns to
-# cover, cover /run itself rather than create a directory on the host's /run.
-if [ -d /run/netns ]; then
-  mount -t tmpfs -o mode=0755 fhrp-sandbox /run/netns
-else
-  mount -t tmpfs -o mode=0755 fhrp-sandbox /run
-  mkdir /run/netns
-fi
+# From here on mounts are private to this namespace. A private /run: `ip
+# netns add` (/run/netns), the agent's control socket (/run/acl-agent) and the
+# xtables lock never reach the host's.
+mount -t tmpfs -o mode=0755 fhrp-sandbox /run
+mkdir /run/netns
 ip link set lo up
 [ "$stand_ins" = off ] || export PATH="$here/stand-ins:$PATH"
 exec "$@"

@@ -202,8 +202,9 @@ class AgentRun {
       const int err = ::open((dir_ + "/err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
       ::dup2(err, 2);
       const std::string arp = "--arptables=" + dialect;
+      const std::string control = "--control=" + dir_ + "/control.sock";
       ::execl(FHRP_AGENT, FHRP_AGENT, "--state", (dir_ + "/state.json").c_str(), arp.c_str(),
-              nullptr);
+              control.c_str(), nullptr);
       ::_exit(127);
     }
   }

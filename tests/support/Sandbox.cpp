@@ -23,10 +23,10 @@ std::string enterSandbox(StandIns standIns) {
   // Mounts made from here on must not propagate back to the host.
   if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
     return failure("mount --make-rprivate /");
-  if (::mkdir("/run", 0755) != 0 && errno != EEXIST) return failure("mkdir /run");
-  if (::mkdir("/run/netns", 0755) != 0 && errno != EEXIST) return failure("mkdir /run/netns");
-  if (::mount("tmpfs", "/run/netns", "tmpfs", 0, "mode=0755") != 0)
-    return failure("mount tmpfs on /run/netns");
+  // A private /run: `ip netns add` (/run/netns), the agent's control socket
+  // (/run/acl-agent) and the xtables lock never reach the host's.
+  if (::mount("tmpfs", "/run", "tmpfs", 0, "mode=0755") != 0) return failure("mount tmpfs on /run");
+  if (::mkdir("/run/netns", 0755) != 0) return failure("mkdir /run/netns");
   if (std::system("ip link set lo up") != 0) return "ip link set lo up failed";
   if (standIns == StandIns::off) return std::string();
   const char* path = std::getenv("PATH");

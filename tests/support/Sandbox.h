@@ -1,6 +1,6 @@
 // A private sandbox for tests that run real firewall tools: the calling
 // process moves into a network and mount namespace of its own, with a fresh
-// tmpfs on /run/netns (so `ip netns add` never reaches the host's) and the
+// tmpfs on /run (so `ip netns add` and the agent's socket never reach the host's) and the
 // loopback up. The recording stand-ins (scripts/stand-ins) go first on PATH,
 // unless the caller asks for the host's real tools (StandIns::off).
 //
