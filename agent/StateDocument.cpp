@@ -19,6 +19,7 @@ using Json = nlohmann::json;
 constexpr std::size_t kShownBytes = 64;     // of one echoed value
 constexpr std::size_t kMessageBytes = 400;  // of a place or a reason
 constexpr std::size_t kIntfIdBytes = 64;    // "Ethernet3/1/4.4094" and the like
+constexpr std::size_t kNetNsBytes = 255;    // a file name under /run/netns
 
 // The bytes of the UTF-8 character that starts with lead.
 std::size_t utf8Length(unsigned char lead) {
@@ -216,8 +217,8 @@ void parseVrfs(const Json& j, const std::string& at, StateDocument& doc) {
     if (vrf.isDefault() && !value.contains("namespace"))
       e.netNs = Dravo::DEFAULT_NS;
     else
-      e.netNs = Dravo::NamespaceName(
-          safeName(required(value, here, "namespace"), member(here, "namespace"), 64, "namespace"));
+      e.netNs = Dravo::NamespaceName(safeName(required(value, here, "namespace"),
+                                              member(here, "namespace"), kNetNsBytes, "namespace"));
   }
 }
 
@@ -353,7 +354,7 @@ void parseVips(const Json& j, const std::string& at, const StateDocument& doc,
     VipEntry vip;
     if (e.contains("namespace"))
       vip.netNs = Dravo::NamespaceName(
-          safeName(e["namespace"], member(here, "namespace"), 64, "namespace"));
+          safeName(e["namespace"], member(here, "namespace"), kNetNsBytes, "namespace"));
     else
       vip.netNs = listed != doc.vrfs.end() ? listed->second.netNs : Dravo::DEFAULT_NS;
     if (e.contains("interfaces"))

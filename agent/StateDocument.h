@@ -41,8 +41,7 @@
 // iptables) and may not be "." or "..". A device name holds neither '+'
 // (an iptables wildcard) nor ':' (the kernel refuses it). Lengths: a device
 // name is at most 15 bytes (the kernel's IFNAMSIZ less its NUL); a namespace
-// name at most 64, a bound well inside the file-name limit of /run/netns
-// that still leaves the lines readable.
+// name at most 255 (a file name under /run/netns).
 // Of a JSON object with a repeated member the last one counts (the parser's
 // rule).
 #pragma once

@@ -9,7 +9,8 @@
 //                  [--trace VirtualIpArpMangleSm/5]
 //
 // Each run is a forked child: the plug-in initialises once per process.
-// arptables is the recording stand-in (scripts/stand-ins) first on PATH.
+// arptables is the host's real one, reached through the agent's dialect
+// adapter as with --arptables=stock.
 #include <malloc.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,6 +29,7 @@
 #include "agent/Publisher.h"
 #include "agent/apply/Appliers.h"
 #include "agent/apply/BatchApplier.h"
+#include "agent/arptables/ArptablesDialect.h"
 #include "platform/acl/PluginLoader.h"
 #include "platform/kiv/ActivityManager.h"
 #include "platform/kiv/Trace.h"
@@ -285,11 +287,12 @@ int main(int argc, char** argv) {
     else if (!std::strcmp(argv[i], "--trace"))
       Kiv::traceConfigIs(argv[i + 1]);
   }
-  const std::string why = enterSandbox();
+  const std::string why = enterSandbox(StandIns::off);
   if (!why.empty()) {
     std::fprintf(stderr, "converge_bench: no sandbox: %s\n", why.c_str());
     return 77;
   }
+  if (!Agent::doChooseArptablesDialect(Agent::ArptablesDialect::stock)) return 1;
   if (std::system("ip netns add ns-bench") != 0) return 1;
   std::printf(
       "| VIPs | lines in / out | mode | processes | install s | withdraw s | "
