@@ -89,10 +89,8 @@ TEST_F(PluginTest, FailedMountsStillMakeAStateMachineWithNullInputs) {
   loop.runUntilIdle();
   Kiv::Ptr<VirtualIpArpTablesSm> sm = plugin->virtualIpArpTablesSm();
   ASSERT_TRUE(sm);
-  EXPECT_EQ(sm->virtualIpStatus(), vip);
-  EXPECT_FALSE(sm->virtualIp6Status());
-  EXPECT_FALSE(sm->virtualRouterMacStatus());
-  EXPECT_EQ(sm->allIntfStatusDir(), allIntf);
+  EXPECT_TRUE(sm->virtualIpStatus() == vip && sm->allIntfStatusDir() == allIntf);
+  EXPECT_FALSE(sm->virtualIp6Status() || sm->virtualRouterMacStatus());
   EXPECT_EQ(sm->allVrfStatusLocal(), allVrf);  // found at its cell path
 }
 
@@ -145,9 +143,8 @@ TEST_F(PluginTest, ContextNotifiesOnlyOnChange) {
       virtualIpArpTablesPluginFactory("VirtualIpArpTablesPlugin");
   PluginObserver counter;
   counter.notifierIs(plugin);
-  plugin->contextIs(context);
-  plugin->contextIs(context);
-  plugin->contextIs(new Acl::PluginContext(em));
+  for (auto c : {context, context, Kiv::Ptr<Acl::PluginContext>(new Acl::PluginContext(em))})
+    plugin->contextIs(c);
   EXPECT_EQ(counter.contexts, 2);
   counter.notifierIs(nullptr);
 }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 namespace {
 
@@ -50,10 +51,9 @@ TEST(LogMessages, HandlesCarryTheirFixedTexts) {
     EXPECT_STREQ(e.handle->format(), e.format);
     EXPECT_STREQ(e.handle->explanation(), e.explanation);
     EXPECT_EQ(e.handle->recommendedAction(), e.action);
-    EXPECT_EQ(static_cast<int>(e.handle->severity()), 4);
-    EXPECT_EQ(e.handle->minInterval(), 0.0);
-    EXPECT_EQ(e.handle->burst(), 1.0);
-    EXPECT_EQ(e.handle->rateLimitArgs(), 0u);
+    EXPECT_EQ(std::tuple(int(e.handle->severity()), e.handle->minInterval(), e.handle->burst(),
+                         e.handle->rateLimitArgs()),
+              std::tuple(4, 0.0, 1.0, 0u));
   }
 }
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <tuple>
 
 #include "tests/support/Capture.h"
 
@@ -50,13 +51,10 @@ TEST(FhrpTrace, LiveStatementNamesItsFunctionAndPrintsTwelveDigits) {
   purgeMangleTables(&prints);
   FHRP_TRACE(3, "Early exit after " << 1.0 / 3.0 << " seconds " << 123456.789012345);
   ASSERT_EQ(sink.lines().size(), 2u);
-  const TraceLine& flush = sink.lines()[0];
-  EXPECT_EQ(flush.facility, "VirtualIpArpMangleSm");
-  EXPECT_EQ(flush.tag, "<unknown>");
-  EXPECT_EQ(flush.level, 0u);
-  EXPECT_EQ(flush.file, "AclPlugin/VirtualIpArpTablesPlugin");
-  EXPECT_EQ(flush.function, "purgeMangleTables");
-  EXPECT_EQ(flush.text, "flush counted");
+  const TraceLine& f = sink.lines()[0];
+  EXPECT_EQ(std::tie(f.facility, f.tag, f.level, f.file, f.function, f.text),
+            std::tuple("VirtualIpArpMangleSm", "<unknown>", 0u,
+                       "AclPlugin/VirtualIpArpTablesPlugin", "purgeMangleTables", "flush counted"));
   EXPECT_EQ(sink.at(3),
             std::vector<std::string>{"Early exit after 0.333333333333 seconds 123456.789012"});
 }

@@ -17,9 +17,8 @@ TEST_F(CommandRunnerTest, RunsTheLineUnchangedAndReturnsSystemsResultAsItIs) {
     EXPECT_EQ(runBashCmd(line), result);
     EXPECT_EQ(FakeSystem::commands(), std::vector<std::string>{line});
     ASSERT_EQ(traces.lines().size(), 1u);
-    EXPECT_EQ(traces.lines()[0].level, 6u);
-    EXPECT_EQ(traces.lines()[0].function, "runBashCmd");
-    EXPECT_EQ(traces.lines()[0].text, line);
+    const TraceLine& t = traces.lines()[0];
+    EXPECT_EQ(std::tie(t.level, t.function, t.text), std::tuple(6u, "runBashCmd", line));
   }
 }
 

@@ -22,13 +22,12 @@ const char* const decisionEntry =
     "void Routing::Fhrp::VirtualIpArpTablesSm::doHandleBacklogIp(const "
     "Routing::Fhrp::VrfIpWithMaskPair&, Dravo::IntfId)";
 
-long countOf(const std::vector<std::string>& lines, const std::string& text) {
+long countOf(const Lines& lines, const std::string& text) {
   return std::count(lines.begin(), lines.end(), text);
 }
 
 TEST_F(VipSmFixture, BacklogWaitsForInitialization) {
-  vrfIs("red", Ip::VrfState::active, "ns-red");
-  intfIs("Vlan10", "vlan10");
+  redOnVlan10();
   vipIs("red", "10.0.0.1/32", "ns-red")->intfIdSetIs(vlan10);
   Kiv::Ptr<VirtualIpArpTablesSm> sm = makeSm();  // start-up queued the pair
   sm->hasNotificationActiveIs(true);
@@ -83,8 +82,7 @@ TEST_F(VipSmFixture, PairsOfUnusableVrfsAreDroppedWithoutCommands) {
 }
 
 TEST_F(VipSmFixture, SliceBudgetIsSecondsOfTheLoopClockAndEverySliceMakesProgress) {
-  vrfIs("red", Ip::VrfState::active, "ns-red");
-  intfIs("Vlan10", "vlan10");
+  redOnVlan10();
   for (const char* a : {"10.0.0.1/32", "10.0.0.2/32", "10.0.0.3/32", "10.0.0.4/32"})
     vipIs("red", a, "ns-red")->intfIdSetIs(vlan10);
   Kiv::Ptr<VirtualIpArpTablesSm> sm = makeSm();

@@ -23,14 +23,11 @@ TEST_F(SmFixture, NullInputsFlushDefaultNamespaceAndInitialize) {
   Kiv::Ptr<const Oru::TimerWheel> wheel = sm->virtualIpTimerWheel();
   ASSERT_TRUE(wheel);
   EXPECT_EQ(std::tuple(wheel->tickMsecs(), wheel->initialMaxTicks(), wheel->preserveOrder(),
-                       wheel->bucketCount()),
-            std::tuple(10u, 255u, false, 1024u));
-  EXPECT_EQ(sm->maxProcessTime(), 1.0);
-  const Lines entries = traces.at(8);
-  ASSERT_FALSE(entries.empty());
-  EXPECT_EQ(entries[0], "void Routing::Fhrp::VirtualIpArpTablesSm::handleInitialized()");
-  EXPECT_THAT(entries,
-              ::testing::Contains("void Routing::Fhrp::VirtualIpArpTablesSm::purgeMangleTables()"));
+                       wheel->bucketCount(), sm->maxProcessTime()),
+            std::tuple(10u, 255u, false, 1024u, 1.0));
+  const std::string sm_ = "void Routing::Fhrp::VirtualIpArpTablesSm::";
+  EXPECT_EQ(traces.at(8).at(0), sm_ + "handleInitialized()");
+  EXPECT_THAT(traces.at(8), ::testing::Contains(sm_ + "purgeMangleTables()"));
   EXPECT_THAT(logs.lines(), IsEmpty());
 }
 
@@ -131,19 +128,11 @@ TEST_F(SmFixture, ReactorsFollowInputsAndTheNotificationSwitch) {
   EXPECT_EQ(sm->virtualIp6IntfStatus(c), nullptr);
   EXPECT_NE(sm->virtualIp6IntfStatus(d->key()), nullptr);
 
-  Kiv::Ptr<Interface::AllIntfStatusDir> otherIntfs = new Interface::AllIntfStatusDir();
-  sm->allIntfStatusDirIs(otherIntfs);
-  EXPECT_EQ(sm->allIntfStatusDir(), otherIntfs);
-
   EXPECT_THROW(sm->virtualIpIntfStatusIs(nullptr), Kiv::RangeException);
-  try {
-    sm->virtualIp6IntfStatusIs(nullptr);
-    ADD_FAILURE() << "a null input was taken";
-  } catch (const Kiv::RangeException& e) {
-    EXPECT_STREQ(e.what(),
-                 "null _virtualIp6IntfStatus parameter to mutator for "
-                 "Routing::Fhrp::VirtualIpArpTablesSm::virtualIp6IntfStatus not allowed\"");
-  }
+  EXPECT_THAT([&] { sm->virtualIp6IntfStatusIs(nullptr); },
+              ::testing::ThrowsMessage<Kiv::RangeException>(::testing::StrEq(
+                  "null _virtualIp6IntfStatus parameter to mutator for "
+                  "Routing::Fhrp::VirtualIpArpTablesSm::virtualIp6IntfStatus not allowed\"")));
 }
 
 TEST_F(SmFixture, ZombieReactorsHandleNothing) {

@@ -2,6 +2,8 @@
 // chosen among the subnet's virtual IPs, and the virtual MAC it rewrites to.
 #include <gmock/gmock.h>
 
+#include <tuple>
+
 #include "tests/AclPlugin/sm/VipSmFixture.h"
 
 namespace Routing::Fhrp {
@@ -16,8 +18,8 @@ const char* const mac1 = "02:00:00:00:01:01";
 const char* const mac2 = "02:1c:73:00:00:99";
 
 // The level-4 lines about subnet records.
-std::vector<std::string> subnetTraces(const TraceCapture& traces) {
-  std::vector<std::string> out;
+Lines subnetTraces(const TraceCapture& traces) {
+  Lines out;
   for (const std::string& t : traces.at(4))
     if (t.find("LocalVipSubnetStatus") != std::string::npos) out.push_back(t);
   return out;
@@ -34,8 +36,7 @@ TEST_F(VipSmFixture, SubnetRuleFollowsItsMembers) {
   const IntfSubnetPair pair = intfSubnet("Vlan10", "10.1.1.0/24");
   TraceCapture traces;
   auto removeVip = [&](const std::string& ip) {
-    FakeSystem::reset();
-    traces.clear();
+    fresh(traces);
     vip->virtualIpDel(vipKey("default", (ip + "/24").c_str()));
     tick();
   };
@@ -48,17 +49,15 @@ TEST_F(VipSmFixture, SubnetRuleFollowsItsMembers) {
                    {arpLine("", true, "10.1.1.0/24", "vlan10", mac1, "10.1.1.1")}));
   Kiv::Ptr<LocalVipSubnetStatus> record = sm->localVipSubnet(pair);
   ASSERT_TRUE(record);
-  EXPECT_EQ(record->intfDevName(), "vlan10");
-  EXPECT_EQ(record->vrfName(), L3::VrfName("default"));
-  EXPECT_EQ(record->netNs(), Dravo::NamespaceName("default"));
+  EXPECT_EQ(std::tuple(record->intfDevName(), record->vrfName(), record->netNs()),
+            std::tuple("vlan10", L3::VrfName("default"), Dravo::NamespaceName("default")));
   const std::string made = "Adding to LocalVipSubnetStatus with 10.1.1.0/24 on interface Vlan10";
   EXPECT_THAT(subnetTraces(traces), ElementsAre(made, joining("10.1.1.1")));
   // The rule runs before the record is made.
   EXPECT_LT(traceIndex(traces, 6, FakeSystem::commands()[2]), traceIndex(traces, 4, made));
 
   // Further virtual IPs of the pair only join it.
-  FakeSystem::reset();
-  traces.clear();
+  fresh(traces);
   vipIs("default", "10.1.1.2/24", "default")->intfIdSetIs(vlan10);
   vipIs("default", "10.1.1.3/24", "default")->intfIdSetIs(vlan10);
   tick();
@@ -105,8 +104,7 @@ TEST_F(VipSmFixture, SubnetRuleFollowsItsMembers) {
 }
 
 TEST_F(VipSmFixture, NewVirtualMacIsTakenUpByTheNextAdd) {
-  vrfIs("red", Ip::VrfState::active, "ns-red");
-  intfIs("Vlan10", "vlan10");
+  redOnVlan10();
   vrMac->lumoVirtualMacIs(Dravo::EthAddr(mac1));
   vipIs("red", "10.1.1.1/24", "ns-red")->intfIdSetIs(vlan10);
   vip6Is("red", "2001:db8::1", "ns-red")->intfIdSetIs(vlan10);
@@ -128,10 +126,9 @@ TEST_F(VipSmFixture, NewVirtualMacIsTakenUpByTheNextAdd) {
   sm->virtualIpBacklogCollectionDel(VirtualIpBacklogKey(vipKey("red", "10.1.1.1/24"), vlan10));
   sm->virtualIpBacklogCollectionDel(VirtualIpBacklogKey(vipKey("red", "2001:db8::1/128"), vlan10));
   tick();
-  EXPECT_EQ(
-      commandsWith("arptables"),
-      (std::vector<std::string>{arpLine(inRed, false, "10.1.1.0/24", "vlan10", mac1, "10.1.1.1"),
-                                arpLine(inRed, true, "10.1.1.0/24", "vlan10", mac2, "10.1.1.2")}));
+  EXPECT_EQ(commandsWith("arptables"),
+            (Lines{arpLine(inRed, false, "10.1.1.0/24", "vlan10", mac1, "10.1.1.1"),
+                   arpLine(inRed, true, "10.1.1.0/24", "vlan10", mac2, "10.1.1.2")}));
   EXPECT_EQ(FakeSystem::commands().size(), 6u);  // and the pair's own rules, re-added
   EXPECT_NE(traceIndex(traces, 4, "Virtual mac changed for 10.1.1.0/24 on interface Vlan10"), -1);
   EXPECT_EQ(record->srcIp(), Dravo::IpGenAddr("10.1.1.2"));
@@ -151,10 +148,9 @@ TEST_F(VipSmFixture, NewVirtualMacIsTakenUpByTheNextAdd) {
   FakeSystem::reset();
   vip->virtualIpDel(vipKey("red", "10.1.1.2/24"));
   tick();
-  EXPECT_EQ(
-      commandsWith("arptables"),
-      (std::vector<std::string>{arpLine(inRed, false, "10.1.1.0/24", "vlan10", mac2, "10.1.1.2"),
-                                arpLine(inRed, true, "10.1.1.0/24", "vlan10", mac1, "10.1.1.1")}));
+  EXPECT_EQ(commandsWith("arptables"),
+            (Lines{arpLine(inRed, false, "10.1.1.0/24", "vlan10", mac2, "10.1.1.2"),
+                   arpLine(inRed, true, "10.1.1.0/24", "vlan10", mac1, "10.1.1.1")}));
 }
 
 TEST_F(VipSmFixture, SubnetMembershipFollowsTheInputEntryNotTheInterface) {

@@ -11,6 +11,8 @@
 
 namespace Routing::Fhrp {
 
+using Lines = std::vector<std::string>;
+
 inline VrfIpWithMaskPair vipKey(const char* vrf, const char* addrWithMask) {
   return VrfIpWithMaskPair(L3::VrfName(vrf), Dravo::IpGenAddrWithMask(addrWithMask));
 }
@@ -64,6 +66,16 @@ class VipSmFixture : public SmFixture {
   }
   void intfIs(const char* intf, const char* dev) {
     allIntf->intfStatusIs(Dravo::IntfId(intf), dev);
+  }
+  // The set-up most tests start from: VRF red in ns-red, Vlan10 as vlan10.
+  void redOnVlan10() {
+    vrfIs("red", Ip::VrfState::active, "ns-red");
+    intfIs("Vlan10", "vlan10");
+  }
+  // Forgets the command lines and trace lines so far.
+  static void fresh(TraceCapture& traces) {
+    FakeSystem::reset();
+    traces.clear();
   }
 
   const std::string inRed = "ip netns exec ns-red ";

@@ -36,9 +36,9 @@ TEST_F(SmFixture, RemovedVrfForgetsOnlyItsOwnRecordsAndRunsNoCommand) {
   allVrf->vrfDel(L3::VrfName("red"));
   EXPECT_THAT(traces.at(4),
               ::testing::ElementsAre("Vrf red is being deleted, cleaning up local state."));
-  EXPECT_EQ(traces.at(8), std::vector<std::string>(2,
-                                                   "void Routing::Fhrp::VirtualIpArpTablesSm::"
-                                                   "handleVrfStatus(L3::VrfName)"));
+  EXPECT_EQ(traces.at(8), Lines(2,
+                                "void Routing::Fhrp::VirtualIpArpTablesSm::"
+                                "handleVrfStatus(L3::VrfName)"));
   auto count = [&] {
     std::map<std::string, int> n;
     for (auto it = sm->localVipIterator(); it; ++it)
@@ -72,9 +72,9 @@ TEST_F(SmFixture, NamespaceOfAVrfIsUsableUnlessMissingOrDeleting) {
   TraceCapture traces("VirtualIpArpMangleSm/8");
   for (const auto& [vrf, expected] : usable)
     EXPECT_EQ(sm->doesNetNsExistsForVrf(L3::VrfName(vrf.c_str())), expected) << vrf;
-  EXPECT_EQ(traces.at(8), std::vector<std::string>(usable.size(),
-                                                   "bool Routing::Fhrp::VirtualIpArpTablesSm::"
-                                                   "doesNetNsExistsForVrf(L3::VrfName)"));
+  EXPECT_EQ(traces.at(8), Lines(usable.size(),
+                                "bool Routing::Fhrp::VirtualIpArpTablesSm::"
+                                "doesNetNsExistsForVrf(L3::VrfName)"));
 }
 
 }  // namespace

@@ -26,8 +26,7 @@ State stateOf(const Acl::PluginView& view, const std::string& prefix) {
 }
 
 TEST_F(VipSmFixture, ViewShowsAGrowingBacklogWithItsAgeDuringASlowDrain) {
-  vrfIs("red", Ip::VrfState::active, "ns-red");
-  intfIs("Vlan10", "vlan10");
+  redOnVlan10();
   Kiv::Ptr<VirtualIpArpTablesSm> sm = runningSm();
   sm->maxProcessTimeIs(0);  // one pair per slice
   Kiv::Ptr<SmView> view = new SmView(sm);

@@ -51,10 +51,9 @@ TEST(NetworkValues, BadTextThrowsRangeException) {
 
 TEST(NetworkValues, StringValueIsDropsTheLengthAndIgnoresJunk) {
   IpGenAddr a("192.0.2.9");
-  EXPECT_TRUE(a.stringValueIs("2001:db8::1/64"));
-  EXPECT_EQ(a, IpGenAddr("2001:db8::1"));
-  EXPECT_TRUE(a.stringValueIs("10.1.1.1/24"));
-  EXPECT_EQ(a, IpGenAddr("10.1.1.1"));
+  for (auto [text, address] :
+       {std::pair{"2001:db8::1/64", "2001:db8::1"}, {"10.1.1.1/24", "10.1.1.1"}})
+    EXPECT_TRUE(a.stringValueIs(text) && a == IpGenAddr(address)) << text;
   for (const char* junk : {"", "junk", "10.1.1.1x", "/24", "10.1.1.1/", "10.1.1.1/x",
                            "10.1.1.1/24/8", "10.1.1.1/33"}) {
     EXPECT_FALSE(a.stringValueIs(junk)) << junk;
@@ -63,9 +62,8 @@ TEST(NetworkValues, StringValueIsDropsTheLengthAndIgnoresJunk) {
 }
 
 TEST(NetworkValues, FamilyMaskOrderAndHash) {
-  EXPECT_EQ(int(IpGenAddr().family()), 0);
-  EXPECT_EQ(int(IpGenAddr("10.0.0.1").family()), 1);
-  EXPECT_EQ(int(IpGenAddr("::1").family()), 2);
+  for (auto [text, family] : {std::pair{"", 0}, {"10.0.0.1", 1}, {"::1", 2}})
+    EXPECT_EQ(int((*text ? IpGenAddr(text) : IpGenAddr()).family()), family) << text;
 
   const IpGenPrefix subnet("10.1.2.3/24");
   EXPECT_EQ(subnet, IpGenPrefix(IpGenAddr("10.1.2.200"), 24));

@@ -117,10 +117,6 @@ TEST_F(TimerWheelTest, ReplacedCancelledAndDestroyedRequestsNeverFire) {
   EXPECT_TRUE(loop_.loop().idle());
 }
 
-}  // namespace
-
-namespace {
-
 // After days of uptime a tick's time, converted back to ticks, can round one
 // short; the wheel must still count the tick its loop timer was set for.
 TEST(TimerWheelUptime, FiresAtItsLoopTimeAfterDaysOfUptime) {

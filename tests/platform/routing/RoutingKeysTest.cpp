@@ -1,6 +1,6 @@
 // The routing keys: the VRF name limit and the text forms of VrfIpPair and
 // VrfIpWithMaskPair.
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <string>
 #include <string_view>
@@ -11,24 +11,16 @@ namespace {
 
 using Routing::Fhrp::VrfIpPair;
 using Routing::Fhrp::VrfIpWithMaskPair;
-
-template <class F>
-std::string rangeError(F&& f) {
-  try {
-    f();
-  } catch (const Kiv::RangeException& e) {
-    return e.what();
-  }
-  return "";
-}
+using ::testing::StrEq;
+using ::testing::ThrowsMessage;
 
 TEST(VrfName, HoldsAtMostOneHundredBytes) {
   const std::string hundred(100, 'v'), tooLong(101, 'v');
   EXPECT_EQ(L3::VrfName(std::string_view(hundred)).stringValue(), hundred);
-  EXPECT_EQ(rangeError([&] { L3::VrfName{std::string_view(tooLong)}; }),
-            "VrfName::bytes > 100 not allowed");
-  EXPECT_EQ(rangeError([&] { L3::VrfName{Kiv::String8(tooLong)}; }),
-            "VrfName::bytes > 100 not allowed");
+  const auto refused =
+      ThrowsMessage<Kiv::RangeException>(StrEq("VrfName::bytes > 100 not allowed"));
+  EXPECT_THAT([&] { L3::VrfName{std::string_view(tooLong)}; }, refused);
+  EXPECT_THAT([&] { L3::VrfName{Kiv::String8(tooLong)}; }, refused);
 }
 
 // The exact text of a VrfIpPair is pinned by the records' refusal messages,
