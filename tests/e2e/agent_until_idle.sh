@@ -9,22 +9,17 @@ need_plugin
 
 ip netns add ns-red
 ip netns add ns-blue
-timeout 60 "$agent" --state "$root/examples/state.json" --until-idle \
-  --trace VirtualIpArpMangleSm/6 2>"$work/err" || fail "acl-agent exited $?: $(cat "$work/err")"
+timeout 60 "$agent" --state "$root/examples/state.json" --until-idle 2>"$work/err" ||
+  fail "acl-agent exited $?: $(cat "$work/err")"
 grep -q "^acl-agent: published .*state.json: 4 interfaces, 2 VRFs, 5 IPv4 VIPs, 2 IPv6 VIPs$" \
   "$work/err" || fail "no summary line"
 # The stand-in takes any line, so the start-up probe finds the native dialect.
 grep -qx "acl-agent: arptables: native (the host's arptables lists chain OUT)" "$work/err" ||
   fail "no native dialect line"
 
-# Each flush command line, traced at level 6 as it runs, and each arptables flush run once.
+# Each VRF's chains flushed once, through the VRFs the agent gave the plug-in
+# (the flush lines themselves are pinned in process).
 for ns in ns-red ns-blue default; do
-  prefix="ip netns exec $ns "
-  [ "$ns" = default ] && prefix=""
-  for cmd in "iptables -t mangle -F PREROUTING" "ip6tables -t mangle -F PREROUTING" \
-    "arptables -F OUT"; do
-    grep -q ": $prefix$cmd\$" "$work/err" || fail "not run: $prefix$cmd"
-  done
   [ "$(grep -cxF -- "[$ns] -F OUT" "$FHRP_ARPTABLES_LOG")" -eq 1 ] ||
     fail "arptables flushes in $ns: $(cat "$FHRP_ARPTABLES_LOG")"
 done
