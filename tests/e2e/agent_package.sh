@@ -43,8 +43,6 @@ wait_for "$work/notes1" LISTENING
 NOTIFY_SOCKET="$work/notify" timeout 60 "$r/usr/bin/acl-agent" \
   --state "$r/etc/acl-agent/state.example.json" --until-idle 2>"$work/err" ||
   fail "the installed acl-agent exited $?: $(cat "$work/err")"
-grep -q "published .*: 4 interfaces, 2 VRFs, 5 IPv4 VIPs, 2 IPv6 VIPs$" "$work/err" ||
-  fail "no summary line"
 has ns-red "-d 10.0.20.1/32 -i vlan20" || fail "no rule for 10.0.20.1 in ns-red"
 wait_for "$work/notes1" "^READY=1$"
 kill "$listener_pid"
