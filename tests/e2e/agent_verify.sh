@@ -16,16 +16,12 @@ ip netns add ns-blue
 
 # An iptables in front of the real one that fails the first ACCEPT add of
 # 10.0.10.2, once.
-real_iptables="$(command -v iptables)"
 mkdir "$work/bin"
-{
-  echo '#!/bin/sh'
-  echo 'case "$*" in'
-  echo "  *'-A PREROUTING -p icmp -d 10.0.10.2 '*)"
-  echo "    [ -e '$work/failed-once' ] || { : >'$work/failed-once'; exit 1; } ;;"
-  echo 'esac'
-  echo "exec '$real_iptables' \"\$@\""
-} >"$work/bin/iptables"
+cat >"$work/bin/iptables" <<EOF
+#!/bin/sh
+case "\$*" in *'-A PREROUTING -p icmp -d 10.0.10.2 '*) [ -e '$work/once' ] || { : >'$work/once'; exit 1; } ;; esac
+exec '$(command -v iptables)' "\$@"
+EOF
 chmod +x "$work/bin/iptables"
 
 # The green VRF is being deleted: its virtual IP's pair is dropped.
