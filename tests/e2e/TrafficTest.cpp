@@ -83,7 +83,7 @@ bool eventually(const std::function<bool()>& f) {
 // stack at ip: nothing listens there, so it is refused at once; a dropped one times out.
 bool reaches(const Site& s, const std::string& ip) {
   const std::string said =
-      output(at(s.nb()) + "timeout 2 bash -c '</dev/tcp/" + ip + "/7000' 2>&1");
+      output("LC_ALL=C " + at(s.nb()) + "timeout 2 bash -c '</dev/tcp/" + ip + "/7000' 2>&1");
   return said.find("Connection refused") != std::string::npos;
 }
 
