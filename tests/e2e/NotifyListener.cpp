@@ -1,9 +1,7 @@
-// Test helper standing in for the service manager's notify socket: binds a
-// datagram socket (a path, or '@' and an abstract name) and prints each
-// message it receives on one line (a newline inside a message shown as a
-// blank), until a message holds STOPPING=1 or SECONDS pass.
-//
-//   notify_listener SOCKET SECONDS
+// notify_listener SOCKET SECONDS: the service manager's notify socket for the
+// package test. Binds a datagram socket (a path, or '@' and an abstract name)
+// and prints each message on one line (newlines as blanks), until one holds
+// STOPPING=1 or SECONDS pass.
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -18,13 +16,8 @@
 #include <string>
 
 int main(int argc, char** argv) {
-  if (argc != 3) {
-    std::fprintf(stderr, "usage: notify_listener SOCKET SECONDS\n");
-    return 2;
-  }
-  const std::string name = argv[1];
-  sockaddr_un addr = {};
-  addr.sun_family = AF_UNIX;
+  sockaddr_un addr = {AF_UNIX, {}};
+  const std::string name = argc == 3 ? argv[1] : "";
   if (name.empty() || name.size() >= sizeof addr.sun_path) return 2;
   std::memcpy(addr.sun_path, name.data(), name.size());
   if (name[0] == '@') addr.sun_path[0] = '\0';
@@ -43,8 +36,7 @@ int main(int argc, char** argv) {
     if (::poll(&p, 1, 100) <= 0) continue;
     char buf[4096];
     const ssize_t n = ::recv(fd, buf, sizeof buf, 0);
-    if (n < 0) continue;
-    std::string message(buf, static_cast<std::size_t>(n));
+    std::string message(buf, static_cast<std::size_t>(std::max<ssize_t>(n, 0)));
     std::replace(message.begin(), message.end(), '\n', ' ');
     std::printf("%s\n", message.c_str());
     std::fflush(stdout);

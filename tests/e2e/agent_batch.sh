@@ -31,13 +31,11 @@ wait_quiet() {
   fail "the agent never went quiet: $(tail -5 "$1")"
 }
 
-rules() {
+snapshot() {
   for ns in default ns-red ns-blue; do
-    local run=(ip netns exec "$ns")
-    [ "$ns" = default ] && run=()
     echo "== $ns"
-    "${run[@]}" iptables -t mangle -S PREROUTING
-    "${run[@]}" ip6tables -t mangle -S PREROUTING
+    rules "$ns"
+    rules "$ns" ip6tables
     cat "$FHRP_ARPTABLES_LOG.rules.$ns" 2>/dev/null
   done
 }
@@ -46,9 +44,7 @@ run_mode() {
   local mode=$1 err="$work/err.$1"
   ip netns add ns-gone
   cp "$work/start.json" "$work/state.json"
-  timeout --foreground -s KILL 100 "$agent" --state "$work/state.json" --apply "$mode" \
-    --trace VirtualIpArpMangleSm/0,5,6 >"$err" 2>&1 &
-  local pid=$!
+  start_agent "$err" --state "$work/state.json" --apply "$mode" --trace VirtualIpArpMangleSm/0,5,6
   wait_for "$err" "^acl-agent: published"
   wait_quiet "$err"
   iptables -t mangle -D PREROUTING -d 10.0.10.2/32 -i vlan10 -m comment \
@@ -57,9 +53,8 @@ run_mode() {
   cp "$work/reload.json" "$work/state.json"
   wait_for "$err" "changes)$"
   wait_quiet "$err"
-  rules >"$work/rules.$mode"
-  kill -TERM "$pid"
-  wait "$pid" || fail "$mode: acl-agent exited $?: $(cat "$err")"
+  snapshot >"$work/rules.$mode"
+  stop_agent
   grep '^%' "$err" >"$work/logs.$mode"
 }
 

@@ -1,15 +1,11 @@
 # Shared by the agent's end-to-end tests (sourced, not a test itself).
 # shellcheck shell=bash
-# Called as `source agent_common.sh "$@"` with the path of acl-agent as the
-# test's first argument. Re-runs the calling test inside scripts/sandbox.sh
-# (which exits 77, "skipped", where no sandbox can be made), then provides:
-#   $root    the source tree      $agent   acl-agent, through a wrapper that
-#                                          adds --control $control unless given
-#   $plugin  the plug-in beside it  $control  a socket path in $work (no test
-#                                          may use the default under /run)
-#   $work    a scratch folder, removed at exit; the arptables stand-in logs
-#            to $FHRP_ARPTABLES_LOG in it
-#   fail MSG, wait_for FILE PATTERN (polls up to 20 s), need_plugin
+# Called as `source agent_common.sh "$@"` with acl-agent's path first. Re-runs
+# the test inside scripts/sandbox.sh (exit 77, "skipped", where none can be
+# made), then provides $root (the source tree), $plugin, $work (a scratch
+# folder removed at exit, where the arptables stand-in logs), $control (a
+# socket in $work: no test may use the default under /run) and $agent (a
+# wrapper that adds --control $control unless given), and the helpers below.
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)"
 if [ "${FHRP_AGENT_E2E_INSIDE:-}" != 1 ]; then
   FHRP_AGENT_E2E_INSIDE=1 exec "$root/scripts/sandbox.sh" "$0" "$@"
@@ -42,10 +38,39 @@ need_plugin() {
   [ -f "$plugin" ] || { echo "SKIP: $plugin is not built"; exit 77; }
 }
 
-wait_for() {
+# eventually CMD...: polls up to 20 s until CMD succeeds.
+eventually() {
   for _ in $(seq 200); do
-    grep -q -- "$2" "$1" 2>/dev/null && return 0
+    "$@" && return 0
     sleep 0.1
   done
-  fail "no \"$2\" in $1 after 20 s: $(cat "$1")"
+  return 1
+}
+
+wait_for() {
+  eventually grep -q -- "$2" "$1" 2>/dev/null || fail "no \"$2\" in $1 after 20 s: $(cat "$1")"
+}
+
+# The mangle PREROUTING rules of TOOL (iptables) in namespace NS ("default": the sandbox's own).
+rules() {
+  if [ "$1" = default ]; then "${2:-iptables}" -t mangle -S PREROUTING
+  else ip netns exec "$1" "${2:-iptables}" -t mangle -S PREROUTING; fi
+}
+
+# Whether NS holds a TOOL (iptables) rule matching PATTERN: has NS PATTERN [TOOL].
+has() { rules "$1" "${3:-iptables}" | grep -q -- "$2"; }
+
+# acl-agent ARGS... in the background as $pid, its output in LOG; stopped at exit.
+start_agent() {
+  agent_log="$1"
+  shift
+  timeout --foreground -s KILL 100 "$agent" "$@" >"$agent_log" 2>&1 &
+  pid=$!
+  trap 'kill -TERM "$pid" 2>/dev/null; wait "$pid" 2>/dev/null; rm -rf "$work"' EXIT
+}
+
+# SIGTERM ends acl-agent with status 0.
+stop_agent() {
+  kill -TERM "$pid"
+  wait "$pid" || fail "acl-agent exited $? on SIGTERM: $(cat "$agent_log")"
 }

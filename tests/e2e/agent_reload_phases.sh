@@ -30,56 +30,44 @@ JSON
   mv "$work/next.json" "$work/state.json"
 }
 # reload N ARGS...: writes state ARGS and waits for the agent's Nth reload.
+# Each step reloads twice, the second time withdrawing the sentinel: its
+# second phase waits until the plug-in has decided every pair queued before.
+published() { [ "$(grep -c "^acl-agent: published $work/state.json: .* changes)$" "$work/err")" -ge "$1" ]; }
 reload() {
   local n="$1"
   shift
   state "$@"
-  for _ in $(seq 200); do
-    local seen
-    seen="$(grep -c "^acl-agent: published $work/state.json: .* changes)$" "$work/err")"
-    [ "$seen" -ge "$n" ] && return 0
-    sleep 0.1
-  done
-  fail "reload $n ($*) not published: $(cat "$work/err")"
+  eventually published "$n" || fail "reload $n ($*) not published: $(cat "$work/err")"
 }
-# settle N ARGS...: reload N withdrawing the sentinel; its second phase waits
-# until the plug-in has decided every pair queued before.
-settle() { reload "$@"; }
-# rules NS: how many of 10.0.20.1's iptables rules NS holds.
-rules() {
-  ip netns exec "$1" iptables -t mangle -S PREROUTING | grep -c -- "-d 10.0.20.1/32 -i vlan20"
-}
+# count NS: how many of 10.0.20.1's iptables rules NS holds.
+count() { rules "$1" | grep -c -- "-d 10.0.20.1/32 -i vlan20"; }
 # arp NS VERB SUBNET: whether the stand-in recorded VERB of 10.0.20.1's subnet rule in NS.
 arp() {
-  local rule="OUT -d $3 -o vlan20 -a 6 --arpop Request -j mangle"
-  rule="$rule --mangle-hw-s 02:1c:73:00:00:99 --mangle-ip-s 10.0.20.1"
-  grep -qxF -- "[$1] $2 $rule" "$FHRP_ARPTABLES_LOG"
+  grep -qxF -- "[$1] $2 OUT -d $3 -o vlan20 -a 6 --arpop Request -j mangle --mangle-hw-s \
+02:1c:73:00:00:99 --mangle-ip-s 10.0.20.1" "$FHRP_ARPTABLES_LOG"
 }
 
 state 24 ns-a sentinel
-timeout --foreground -s KILL 60 "$agent" --state "$work/state.json" >"$work/err" 2>&1 &
-pid=$!
-trap 'kill -TERM "$pid" 2>/dev/null; wait "$pid" 2>/dev/null; rm -rf "$work"' EXIT
+start_agent "$work/err" --state "$work/state.json"
 wait_for "$work/err" "^acl-agent: published $work/state.json: "
-settle 1 24 ns-a
-[ "$(rules ns-a)" -eq 2 ] || fail "10.0.20.1/24 not installed in ns-a"
+reload 1 24 ns-a
+[ "$(count ns-a)" -eq 2 ] || fail "10.0.20.1/24 not installed in ns-a"
 arp ns-a -A 10.0.20.0/24 || fail "no subnet rule for 10.0.20.0/24 in ns-a"
 
 # Another prefix length: the plug-in keeps one record for 10.0.20.1 in red.
 reload 2 25 ns-a sentinel
-settle 3 25 ns-a
-[ "$(rules ns-a)" -eq 2 ] || fail "10.0.20.1 lost its rules with its new prefix length"
+reload 3 25 ns-a
+[ "$(count ns-a)" -eq 2 ] || fail "10.0.20.1 lost its rules with its new prefix length"
 { arp ns-a -D 10.0.20.0/24 && arp ns-a -A 10.0.20.0/25; } || fail "subnet rule not moved to /25"
 
 # Another namespace: the rules leave ns-a and appear in ns-b.
 reload 4 25 ns-b sentinel
-settle 5 25 ns-b
-[ "$(rules ns-a)" -eq 0 ] || fail "10.0.20.1's rules stayed in ns-a"
-[ "$(rules ns-b)" -eq 2 ] || fail "10.0.20.1's rules are not in ns-b"
+reload 5 25 ns-b
+[ "$(count ns-a)" -eq 0 ] || fail "10.0.20.1's rules stayed in ns-a"
+[ "$(count ns-b)" -eq 2 ] || fail "10.0.20.1's rules are not in ns-b"
 { arp ns-a -D 10.0.20.0/25 && arp ns-b -A 10.0.20.0/25; } || fail "subnet rule not moved to ns-b"
 
 grep -q "phase 1 of 2: 1 virtual IPs withdrawn$" "$work/err" || fail "no phase 1 line"
 grep "%FHRP_" "$work/err" && fail "the plug-in logged failures"
-kill -TERM "$pid"
-wait "$pid" || fail "acl-agent exited $? on SIGTERM: $(cat "$work/err")"
+stop_agent
 echo PASS

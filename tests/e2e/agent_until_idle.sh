@@ -9,37 +9,24 @@ need_plugin
 
 ip netns add ns-red
 ip netns add ns-blue
-timeout 60 "$agent" --state "$root/examples/state.json" --until-idle \
-  --trace VirtualIpArpMangleSm/6 2>"$work/err"
-rc=$?
-cat "$work/err"
-[ "$rc" -eq 0 ] || fail "acl-agent exited $rc"
+timeout 60 "$agent" --state "$root/examples/state.json" --until-idle 2>"$work/err" ||
+  fail "acl-agent exited $?: $(cat "$work/err")"
 grep -q "^acl-agent: published .*state.json: 4 interfaces, 2 VRFs, 5 IPv4 VIPs, 2 IPv6 VIPs$" \
   "$work/err" || fail "no summary line"
 # The stand-in takes any line, so the start-up probe finds the native dialect.
 grep -qx "acl-agent: arptables: native (the host's arptables lists chain OUT)" "$work/err" ||
   fail "no native dialect line"
 
-# Each flush command line, traced at level 6 as it runs.
-for prefix in "ip netns exec ns-red " "ip netns exec ns-blue " ""; do
-  for cmd in "iptables -t mangle -F PREROUTING" "ip6tables -t mangle -F PREROUTING" \
-    "arptables -F OUT"; do
-    grep -q ": $prefix$cmd\$" "$work/err" || fail "not run: $prefix$cmd"
-  done
-done
-for ns in default ns-red ns-blue; do
+# Each VRF's chains flushed once, through the VRFs the agent gave the plug-in
+# (the flush lines themselves are pinned in process).
+for ns in ns-red ns-blue default; do
   [ "$(grep -cxF -- "[$ns] -F OUT" "$FHRP_ARPTABLES_LOG")" -eq 1 ] ||
     fail "arptables flushes in $ns: $(cat "$FHRP_ARPTABLES_LOG")"
 done
 
 # The rules themselves, each in its VIP's namespace.
-ip netns exec ns-red iptables -t mangle -S PREROUTING | grep -q -- "-d 10.0.20.1/32 -i vlan20" ||
-  fail "no rule for 10.0.20.1 in ns-red"
-ip netns exec ns-blue iptables -t mangle -S PREROUTING | grep -q -- "-d 10.0.30.1/32 -i vlan30" ||
-  fail "no rule for 10.0.30.1 in ns-blue"
-ip6tables -t mangle -S PREROUTING | grep -q -- "-d 2001:db8:10::1/128 -i vlan10" ||
-  fail "no rule for 2001:db8:10::1 in the default namespace"
-if iptables -t mangle -S PREROUTING | grep -q -- "10.0.20.1"; then
-  fail "a red VIP's rule landed in the default namespace"
-fi
+has ns-red "-d 10.0.20.1/32 -i vlan20" || fail "no rule for 10.0.20.1 in ns-red"
+has ns-blue "-d 10.0.30.1/32 -i vlan30" || fail "no rule for 10.0.30.1 in ns-blue"
+has default "-d 2001:db8:10::1/128 -i vlan10" ip6tables || fail "no 2001:db8:10::1 in default"
+has default 10.0.20.1 && fail "a red VIP's rule landed in the default namespace"
 echo PASS

@@ -13,38 +13,24 @@ need_plugin
 
 ip netns add ns-red
 ip netns add ns-blue
-ctl="$work/control.sock"
 
 # An iptables in front of the real one that fails the first ACCEPT add of
 # 10.0.10.2, once.
-real_iptables="$(command -v iptables)"
 mkdir "$work/bin"
-{
-  echo '#!/bin/sh'
-  echo 'case "$*" in'
-  echo "  *'-A PREROUTING -p icmp -d 10.0.10.2 '*)"
-  echo "    [ -e '$work/failed-once' ] || { : >'$work/failed-once'; exit 1; } ;;"
-  echo 'esac'
-  echo "exec '$real_iptables' \"\$@\""
-} >"$work/bin/iptables"
+cat >"$work/bin/iptables" <<EOF
+#!/bin/sh
+case "\$*" in *'-A PREROUTING -p icmp -d 10.0.10.2 '*) [ -e '$work/once' ] || { : >'$work/once'; exit 1; } ;; esac
+exec '$(command -v iptables)' "\$@"
+EOF
 chmod +x "$work/bin/iptables"
 
 # The green VRF is being deleted: its virtual IP's pair is dropped.
 sed -e 's|"blue": {|"green": { "state": "deleting", "namespace": "ns-green" }, "blue": {|' \
   -e 's|"virtualIps": \[|"virtualIps": [ { "vrf": "green", "address": "10.0.40.1/32", "interfaces": ["Vlan30"] },|' \
   "$root/examples/state.json" >"$work/state.json"
-PATH="$work/bin:$PATH" timeout --foreground -s KILL 90 "$agent" --state "$work/state.json" \
-  --control "$ctl" --verify-every 2 >"$work/out" 2>"$work/err" &
-pid=$!
-trap 'kill -TERM "$pid" 2>/dev/null; wait "$pid" 2>/dev/null; rm -rf "$work"' EXIT
-
-wait_idle() {
-  for _ in $(seq 200); do
-    "$agent" status --control "$ctl" --json 2>/dev/null | grep -q '"size": 0' && return 0
-    sleep 0.1
-  done
-  fail "the backlog never drained: $("$agent" status --control "$ctl")"
-}
+PATH="$work/bin:$PATH" start_agent "$work/err" --state "$work/state.json" --verify-every 2
+idle() { "$agent" status --json 2>/dev/null | grep -q '"size": 0'; }
+wait_idle() { eventually idle || fail "the backlog never drained: $("$agent" status)"; }
 wait_for "$work/err" "^acl-agent: published $work/state.json: 4 interfaces, 3 VRFs"
 wait_idle
 
@@ -54,8 +40,7 @@ sed -i 's|"state": "deleting"|"state": "active"|' "$work/state.json"
 kill -HUP "$pid"
 wait_for "$work/err" "(1 changes)$"
 wait_idle
-ip netns exec ns-green iptables -t mangle -S PREROUTING | grep -q 10.0.40.1 &&
-  fail "the late namespace got its rules without a repair"
+has ns-green 10.0.40.1 && fail "the late namespace got its rules without a repair"
 
 tag='KESTEL ADDED'
 ip netns exec ns-red iptables -t mangle -D PREROUTING -p icmp -d 10.0.20.1 -i vlan20 \
@@ -64,7 +49,7 @@ ip netns exec ns-blue iptables -t mangle -A PREROUTING -d 10.9.9.9 -i vlan30 \
   -m comment --comment "$tag" -j DROP || fail "cannot add a tagged rule"
 
 wait_for "$work/err" "^acl-agent: verify: ns-blue: 0 missing, 0 misordered, 1 extra$"
-"$agent" verify --control "$ctl" >"$work/verify" 2>&1
+"$agent" verify >"$work/verify" 2>&1
 rc=$?
 cat "$work/verify"
 [ "$rc" -eq 1 ] || fail "verify exited $rc on drift"
@@ -79,7 +64,7 @@ expect "^ns-green: drift$"
 expect "missing +iptables -d 10.0.40.1 -i vlan30 -j DROP +\(vrf green, 10.0.40.1/32 on Vlan30\)"
 [ "$(grep -c 'missing' "$work/verify")" -eq 4 ] || fail "not exactly 4 missing rules"
 
-"$agent" status --control "$ctl" >"$work/status" || fail "status failed"
+"$agent" status >"$work/status" || fail "status failed"
 cat "$work/status"
 grep -Eq "^FAILED AT +NAMESPACE +STATUS +LINE" "$work/status" || fail "status shows no failures"
 grep -q -- "-A PREROUTING -p icmp -d 10.0.10.2 -i vlan10" "$work/status" ||
@@ -87,27 +72,15 @@ grep -q -- "-A PREROUTING -p icmp -d 10.0.10.2 -i vlan10" "$work/status" ||
 grep -Eq "^10.0.10.2/24 +default +default +Vlan10 +vlan10 +installed$" "$work/status" ||
   fail "status does not show the half-installed pair as installed"
 
-"$agent" verify --control "$ctl" --repair >"$work/repair" 2>&1
+"$agent" verify --repair >"$work/repair" 2>&1
 rc=$?
 cat "$work/repair"
 [ "$rc" -eq 1 ] || fail "verify --repair exited $rc on drift"
 grep -q "^repair: 3 pairs queued, 0 arptables rules re-added, 1 extra rules removed, 0 failed$" \
   "$work/repair" || fail "unexpected repair summary"
 
-for _ in $(seq 200); do
-  "$agent" verify --control "$ctl" >/dev/null 2>&1 && break
-  sleep 0.1
-done
-"$agent" verify --control "$ctl" >"$work/verify" 2>&1
-rc=$?
-cat "$work/verify"
-[ "$rc" -eq 0 ] || fail "verify exited $rc after the repair"
-ip netns exec ns-green iptables -t mangle -S PREROUTING | grep -q -- "-d 10.0.40.1/32 -i vlan30" ||
-  fail "the late namespace's rules were not installed"
-
-kill -TERM "$pid"
-wait "$pid"
-rc=$?
-[ "$rc" -eq 0 ] || fail "acl-agent exited $rc on SIGTERM: $(cat "$work/err")"
-[ -e "$ctl" ] && fail "the control socket outlived the agent"
+eventually "$agent" verify >"$work/verify" 2>&1 || fail "verify after the repair: $(cat "$work/verify")"
+has ns-green "-d 10.0.40.1/32 -i vlan30" || fail "the late namespace's rules were not installed"
+stop_agent
+[ -e "$control" ] && fail "the control socket outlived the agent"
 echo PASS
