@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # acl-agent on the example state with --until-idle: exits 0 after flushing
 # the chains in every active VRF namespace and in the default one, and
-# installs the example's virtual IP rules in the right namespaces.
+# installs the example's virtual IP rules in the right namespaces. First a
+# dry run of the same: every line written to its file, none run.
 set -uo pipefail
 # shellcheck source=tests/e2e/agent_common.sh
 source "$(dirname "$0")/agent_common.sh" "$@"
@@ -9,6 +10,13 @@ need_plugin
 
 ip netns add ns-red
 ip netns add ns-blue
+timeout 60 "$agent" --state "$root/examples/state.json" --until-idle --dry-run="$work/dry" \
+  2>"$work/err" || fail "dry run exited $?: $(cat "$work/err")"
+grep -qxF "ip netns exec ns-red iptables -t mangle -F PREROUTING" "$work/dry" &&
+  grep -qF "iptables -t mangle -A PREROUTING -p all -d 10.0.10.1 -i vlan10" "$work/dry" ||
+  fail "dry run lines: $(cat "$work/dry")"
+[ ! -s "$FHRP_ARPTABLES_LOG" ] && ! has default 10.0.10.1 && ! grep -q "arptables: " "$work/err" ||
+  fail "the dry run ran commands"
 timeout 60 "$agent" --state "$root/examples/state.json" --until-idle 2>"$work/err" ||
   fail "acl-agent exited $?: $(cat "$work/err")"
 grep -q "^acl-agent: published .*state.json: 4 interfaces, 2 VRFs, 5 IPv4 VIPs, 2 IPv6 VIPs$" \
