@@ -35,8 +35,6 @@ TEST(VerifyTest, ReadsTaggedRulesAndBothArptablesDialects) {
       {"iptables", "-A PREROUTING -d 10.0.0.1/32 -i vlan10 -p icmp -m comment --comment \"KESTEL ADDED\" -j ACCEPT", ipRule("ACCEPT")},
       {"iptables", "-A PREROUTING -d 10.0.0.1/32 -i vlan10 -j DROP", std::nullopt},
       {"iptables", "-A PREROUTING -d 10.0.0.1/32 -m comment --comment other -j DROP", std::nullopt},
-      {"iptables", "-P PREROUTING ACCEPT", std::nullopt},
-      {"ip6tables", "-A PREROUTING -d 2001:db8::1/128 -i vlan10 -m comment --comment \"KESTEL ADDED\" -j DROP", ipRule("DROP", "2001:db8::1", "ip6tables")},
       {"arptables", "-A OUT -d 10.1.1.0/24 -o vlan10 -a 6 --arpop Request -j mangle --mangle-hw-s 02:00:00:00:01:01 --mangle-ip-s 10.1.1.1", arpRule},
       {"arptables", "-j mangle -o vlan10 -d 10.1.1.0/255.255.255.0 --h-length 6 --opcode 1 --mangle-ip-s 10.1.1.1 --mangle-mac-s 2:0:0:0:1:1", arpRule},
       {"arptables", "-j ACCEPT -o vlan10 -d 10.1.1.0/24", std::nullopt},
