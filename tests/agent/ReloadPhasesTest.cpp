@@ -24,36 +24,25 @@ std::string edited(std::string s, const std::string& from, const std::string& to
 
 TEST(ReloadPhasesTest, WithdrawsFirstWhatTheNextDocumentDropsOrMoves) {
   const StateDocument current = parseStateDocument(kCurrent);
-  const V4 red4(L3::VrfName("red"), Dravo::IpGenAddrWithMask("10.1.0.1/24"));
-  const V6 red6(L3::VrfName("red"), Dravo::IpGenAddr("2001:db8::1"));
-  // The document in force less the given virtual IPs; all else as in force.
-  auto without = [&](bool v4, bool v6) {
-    StateDocument d = current;
-    if (v4) d.virtualIps.erase(red4);
-    if (v6) d.virtualIps6.erase(red6);
-    return d;
-  };
-  struct Case {
-    const char* what;
-    std::string next;
-    StateDocument phaseOne;
-  };
+  // Phase one of both: the document in force less red's virtual IPs.
+  StateDocument withdrawn = current;
+  withdrawn.virtualIps.erase(V4(L3::VrfName("red"), Dravo::IpGenAddrWithMask("10.1.0.1/24")));
+  withdrawn.virtualIps6.erase(V6(L3::VrfName("red"), Dravo::IpGenAddr("2001:db8::1")));
   // A new mask or namespace of one virtual IP is pinned end to end
   // (agent_reload_phases); here, what a VRF's change does to its virtual IPs.
-  const Case cases[] = {
+  const std::pair<const char*, std::string> cases[] = {
       {"VRF namespace: its virtual IPs move, the VRF waits",
-       edited(kCurrent, R"("ns-red")", R"("ns-blue")"), without(true, true)},
+       edited(kCurrent, R"("ns-red")", R"("ns-blue")")},
       {"VRF removed with its virtual IPs: they go while it stays", R"({
          "interfaces": {"Vlan10": {"device": "vlan10"}},
          "virtualRouterMac": {"lumo": "02:1c:73:00:00:99"},
-         "virtualIps": [{"address": "10.0.0.1/24", "interfaces": ["Vlan10"]}]})",
-       without(true, true)},
+         "virtualIps": [{"address": "10.0.0.1/24", "interfaces": ["Vlan10"]}]})"},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
-    const std::optional<StateDocument> first = reloadPhaseOne(current, parseStateDocument(c.next));
+  for (const auto& [what, next] : cases) {
+    SCOPED_TRACE(what);
+    const std::optional<StateDocument> first = reloadPhaseOne(current, parseStateDocument(next));
     ASSERT_TRUE(first.has_value());
-    EXPECT_TRUE(*first == c.phaseOne);
+    EXPECT_TRUE(*first == withdrawn);
   }
 
   // Nothing withdrawn: the next document is published at once.

@@ -30,19 +30,17 @@ std::string mutate(std::string s, std::mt19937& rng) {
   for (unsigned edits = 1 + rng() % 4; edits > 0; --edits) {
     std::size_t at = s.empty() ? 0 : rng() % (s.size() + 1);
     char c = rng() % 4 == 0 ? static_cast<char>(rng() % 256) : alphabet[rng() % alphabet.size()];
-    switch (rng() % 4) {
-      case 0:
-        s.insert(at, 1, c);
-        break;
-      case 1:
-        if (at < s.size()) s.erase(at, 1 + rng() % 8);
-        break;
-      case 2:
-        if (at < s.size()) s[at] = c;
-        break;
-      default:  // duplicate a slice, which repeats attributes and brackets
-        if (at < s.size()) s.insert(at, s.substr(at, 1 + rng() % 40));
-    }
+    const unsigned op = rng() % 4;
+    if (op == 0)
+      s.insert(at, 1, c);
+    else if (at >= s.size())
+      continue;
+    else if (op == 1)
+      s.erase(at, 1 + rng() % 8);
+    else if (op == 2)
+      s[at] = c;
+    else  // duplicate a slice, which repeats attributes and brackets
+      s.insert(at, s.substr(at, 1 + rng() % 40));
   }
   return s;
 }

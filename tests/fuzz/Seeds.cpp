@@ -27,16 +27,19 @@ std::vector<std::string> fuzzSeeds() {
   return seeds;
 }
 
+namespace {
+template <class T>
+bool takes(const std::string& text) {
+  try {
+    Kiv::strepToValue<T>(text);
+    return true;
+  } catch (const Kiv::RangeException&) {
+    return false;
+  }
+}
+}  // namespace
+
 bool fuzzTakes(const std::string& text) {
-  try {
-    Kiv::strepToValue<Routing::Fhrp::IntfSubnetPair>(text);
-    return true;
-  } catch (const Kiv::RangeException&) {
-  }
-  try {
-    Kiv::strepToValue<Routing::Fhrp::VirtualIpBacklogKey>(text);
-    return true;
-  } catch (const Kiv::RangeException&) {
-  }
-  return false;
+  return takes<Routing::Fhrp::IntfSubnetPair>(text) ||
+         takes<Routing::Fhrp::VirtualIpBacklogKey>(text);
 }

@@ -27,12 +27,18 @@ class ControlServerTest : public ::testing::Test {
   }
   ~ControlServerTest() override { std::filesystem::remove_all(dir_); }
 
-  int connectClient() {
+  // A new socket, bound or connected to path by `how`.
+  template <class How>
+  static int socketAt(const std::string& path, How how) {
     const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
     sockaddr_un a{};
     a.sun_family = AF_UNIX;
-    std::strcpy(a.sun_path, path_.c_str());
-    EXPECT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+    std::strcpy(a.sun_path, path.c_str());
+    EXPECT_EQ(how(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+    return fd;
+  }
+  int connectClient() {
+    const int fd = socketAt(path_, ::connect);
     // A server that never answers fails the test instead of hanging it.
     const timeval limit{5, 0};
     ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
@@ -49,9 +55,7 @@ class ControlServerTest : public ::testing::Test {
   }
   std::string ask(const std::string& bytes) {
     const int fd = connectClient();
-    if (!bytes.empty()) {
-      EXPECT_EQ(::write(fd, bytes.data(), bytes.size()), ssize_t(bytes.size()));
-    }
+    EXPECT_EQ(::write(fd, bytes.data(), bytes.size()), ssize_t(bytes.size()));  // none for ""
     ::shutdown(fd, SHUT_WR);
     loop.runUntilIdle();
     return replyOf(fd);
@@ -102,12 +106,7 @@ TEST_F(ControlServerTest, RefusesASocketOnWhichAnAgentAnswersAndReplacesAStaleOn
 
   // A socket file nobody listens on any more (an agent that was killed).
   const std::string stale = dir_ + "/stale.sock";
-  const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un a{};
-  a.sun_family = AF_UNIX;
-  std::strcpy(a.sun_path, stale.c_str());
-  ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
-  ::close(fd);
+  ::close(socketAt(stale, ::bind));
   ControlServer third(loop.loop(), stale, [](const std::string&) { return ""; });
   EXPECT_TRUE(third.doListen(why)) << why;
 }
