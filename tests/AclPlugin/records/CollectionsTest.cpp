@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "AclPlugin/records/LocalVipCollection.h"
 #include "AclPlugin/records/LocalVipSubnetCollection.h"
@@ -52,18 +53,14 @@ TEST(LocalVipSubnetCollection, FirstDifferingParameterIsReported) {
   const std::string head =
       "Reinstantiating the entity with name Value('Routing::Fhrp::IntfSubnetPair', ** "
       "{'intfId': 'Vlan10', 'subnet': '10.0.0.0/24'}) where constructor parameter attribute ";
-  EXPECT_EQ(nameInUse([&] { subnetIs("vlan11", "blue", "ns-b"); }),
-            head +
-                "_intfDevName has a different value of vlan11 than the current value of "
-                "vlan10 not allowed");
-  EXPECT_EQ(nameInUse([&] { subnetIs("vlan10", "blue", "ns-b"); }),
-            head +
-                "_vrfName has a different value of blue than the current value of red not "
-                "allowed");
-  EXPECT_EQ(nameInUse([&] { subnetIs("vlan10", "red", "ns-b"); }),
-            head +
-                "_netNs has a different value of ns-b than the current value of ns-red not "
-                "allowed");
+  // Each parameter in turn is the first to differ.
+  for (auto [dev, vrf, tail] :
+       {std::tuple{"vlan11", "blue",
+                   "_intfDevName has a different value "
+                   "of vlan11 than the current value of vlan10"},
+        {"vlan10", "blue", "_vrfName has a different value of blue than the current value of red"},
+        {"vlan10", "red", "_netNs has a different value of ns-b than the current value of ns-red"}})
+    EXPECT_EQ(nameInUse([&] { subnetIs(dev, vrf, "ns-b"); }), head + tail + " not allowed");
   EXPECT_EQ(localVipSubnet(map, key), s);
   EXPECT_EQ(s->intfDevName(), "vlan10");
 }

@@ -65,9 +65,8 @@ TEST_F(VipSmFixture, SubnetRuleFollowsItsMembers) {
   EXPECT_THAT(subnetTraces(traces), UnorderedElementsAre(joining("10.1.1.2"), joining("10.1.1.3")));
   EXPECT_EQ(record->ipAddrsSize(), 3u);
 
-  // A delete for a non-member or an unknown pair is ignored.
+  // A delete for an unknown pair is ignored.
   FakeSystem::reset();
-  sm->doDeleteVirtualIpSubnet(Dravo::IpGenAddr("10.1.1.9"), pair);
   sm->doDeleteVirtualIpSubnet(Dravo::IpGenAddr("10.1.1.1"), intfSubnet("Vlan20", "10.1.1.0/24"));
   EXPECT_THAT(FakeSystem::commands(), IsEmpty());
 

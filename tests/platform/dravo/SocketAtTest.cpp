@@ -1,5 +1,6 @@
-// socketAt outside any test namespace: the default namespace gives a real
-// socket; a namespace that is not bound under /run/netns gives -1.
+// socketAt outside any test namespace: a namespace that is not bound under
+// /run/netns gives -1. The default namespace's real socket is the failure
+// probe of the firewall tests, which log only when it opens.
 #include "platform/dravo/SocketAt.h"
 
 #include <gtest/gtest.h>
@@ -10,15 +11,7 @@
 
 namespace {
 
-TEST(SocketAt, DefaultNamespaceGivesARealSocketAndAMissingOneMinusOne) {
-  const int fd = Dravo::socketAt(AF_INET, SOCK_DGRAM, 0, Dravo::DEFAULT_NS);
-  ASSERT_GE(fd, 0);
-  int type = 0;
-  socklen_t len = sizeof type;
-  EXPECT_EQ(::getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &len), 0);
-  EXPECT_EQ(type, SOCK_DGRAM);
-  ::close(fd);
-
+TEST(SocketAt, AMissingOrUnsafeNamespaceGivesMinusOne) {
   const std::string missing = "fhrp-test-absent-" + std::to_string(::getpid());
   ASSERT_NE(::access(("/run/netns/" + missing).c_str(), F_OK), 0);
   for (const std::string& name : {missing, std::string(), std::string("../x")})

@@ -1,9 +1,8 @@
-// The routing keys: the VRF name limit and the text forms of VrfIpPair and
-// VrfIpWithMaskPair.
-#include <gmock/gmock.h>
+// The routing keys' text forms. The VRF name limit is checked where the
+// backlog key's parser reports it through its attribute.
+#include <gtest/gtest.h>
 
 #include <string>
-#include <string_view>
 
 #include "platform/routing/VrfIpPair.h"
 
@@ -11,17 +10,6 @@ namespace {
 
 using Routing::Fhrp::VrfIpPair;
 using Routing::Fhrp::VrfIpWithMaskPair;
-using ::testing::StrEq;
-using ::testing::ThrowsMessage;
-
-TEST(VrfName, HoldsAtMostOneHundredBytes) {
-  const std::string hundred(100, 'v'), tooLong(101, 'v');
-  EXPECT_EQ(L3::VrfName(std::string_view(hundred)).stringValue(), hundred);
-  const auto refused =
-      ThrowsMessage<Kiv::RangeException>(StrEq("VrfName::bytes > 100 not allowed"));
-  EXPECT_THAT([&] { L3::VrfName{std::string_view(tooLong)}; }, refused);
-  EXPECT_THAT([&] { L3::VrfName{Kiv::String8(tooLong)}; }, refused);
-}
 
 // The exact text of a VrfIpPair is pinned by the records' refusal messages,
 // the round trip of VrfIpWithMaskPair by the key parser's fuzz corpus.
