@@ -10,4 +10,4 @@ cmake --preset release >/dev/null
 cmake --build --preset release -j2 --target converge_bench acl-agent-arptables hashmap_bench trace_bench
 echo "# $(nproc) cores, kernel $(uname -r), $(iptables --version), $(arptables --version 2>&1 | head -n 1)"
 build/release/bin/converge_bench "$@"
-build/release/bin/hashmap_bench --benchmark_min_time=0.2s 2>/dev/null | grep -E '^BM_' || true
+build/release/bin/hashmap_bench --benchmark_min_time=0.2 2>/dev/null | grep -E '^BM_' || true
