@@ -6,6 +6,7 @@
 
 #include "AclPlugin/diagnostics/Raise.h"
 #include "AclPlugin/diagnostics/Trace.h"
+#include "platform/dravo/NamespaceExec.h"
 #include "platform/dravo/SocketAt.h"
 
 namespace Routing::Fhrp {
@@ -32,9 +33,7 @@ int runBashCmd(const char* command, Acl::CommandApplier::FailureReport report) {
 }
 
 Kiv::String8 namespacePrefix(const Dravo::NamespaceName& ns) {
-  if (ns == Dravo::DEFAULT_NS) return Kiv::String8();
-  if (ns.empty()) return Kiv::String8();
-  return "ip netns exec " + ns.stringValue() + " ";
+  return Dravo::namespaceExecPrefix(ns);
 }
 
 Dravo::IpGenAddr failedRuleAddress(std::string_view text) {

@@ -1,5 +1,7 @@
 #include "agent/apply/CommandLine.h"
 
+#include "platform/dravo/NamespaceExec.h"
+
 namespace Agent {
 
 namespace {
@@ -14,12 +16,9 @@ std::string_view firstWord(std::string_view& s) {
 }  // namespace
 
 CommandLine commandLineOf(std::string_view line) {
-  constexpr std::string_view prefix = "ip netns exec ";
-  CommandLine c{"default", "", ""};
-  if (line.starts_with(prefix)) {
-    line.remove_prefix(prefix.size());
-    c.ns = firstWord(line);
-  }
+  const Dravo::NamespacedCommand n = Dravo::namespacedCommandOf(line);
+  CommandLine c{n.ns.stringValue().stdString(), "", ""};
+  line = n.command;
   c.tool = firstWord(line);
   c.rest = line;
   return c;

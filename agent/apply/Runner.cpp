@@ -1,0 +1,155 @@
+#include "agent/apply/Runner.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
+#include "platform/dravo/NamespaceExec.h"
+
+extern char** environ;
+
+namespace Agent {
+
+namespace {
+
+bool plainWord(const std::string& w) {
+  if (w.empty()) return false;
+  for (unsigned char c : w)
+    if (c <= ' ' || c >= 0x7f || c == '"' || c == '\\' || c == '\'') return false;
+  return true;
+}
+
+std::string quotedWord(const std::string& w) {
+  std::string out = "\"";
+  for (unsigned char c : w) {
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += char(c);
+    } else if (c < ' ' || c >= 0x7f) {
+      char hex[5];
+      std::snprintf(hex, sizeof hex, "\\x%02X", c);
+      out += hex;
+    } else {
+      out += char(c);
+    }
+  }
+  return out + "\"";
+}
+
+// Writes `input` and reads the child's output at once, so neither side can
+// fill its pipe and wait for the other.
+void doPump(int inFd, const std::string& input, int outFd, std::string* out) {
+  std::size_t written = 0;
+  if (inFd >= 0 && input.empty()) {
+    ::close(inFd);
+    inFd = -1;
+  }
+  char buf[65536];
+  while (inFd >= 0 || outFd >= 0) {
+    pollfd fds[2];
+    int n = 0;
+    if (inFd >= 0) fds[n++] = {inFd, POLLOUT, 0};
+    if (outFd >= 0) fds[n++] = {outFd, POLLIN, 0};
+    if (::poll(fds, n, -1) < 0) {
+      if (errno == EINTR) continue;
+      break;
+    }
+    for (int i = 0; i < n; ++i) {
+      if (fds[i].revents == 0) continue;
+      if (fds[i].fd == inFd) {
+        const ssize_t w = ::write(inFd, input.data() + written, input.size() - written);
+        if (w > 0) written += std::size_t(w);
+        if (w < 0 && errno == EAGAIN) continue;
+        if (w <= 0 || written == input.size()) {
+          ::close(inFd);
+          inFd = -1;
+        }
+      } else {
+        const ssize_t r = ::read(outFd, buf, sizeof buf);
+        if (r > 0 && out) out->append(buf, std::size_t(r));
+        if (r < 0 && errno == EAGAIN) continue;
+        if (r <= 0) {
+          ::close(outFd);
+          outFd = -1;
+        }
+      }
+    }
+  }
+  if (inFd >= 0) ::close(inFd);
+  if (outFd >= 0) ::close(outFd);
+}
+
+int doSpawn(const std::vector<std::string>& words, const std::string& input, std::string* out) {
+  int inPipe[2] = {-1, -1}, outPipe[2] = {-1, -1};
+  if (::pipe2(inPipe, O_CLOEXEC) != 0) return -1;
+  if (::pipe2(outPipe, O_CLOEXEC) != 0) {
+    ::close(inPipe[0]);
+    ::close(inPipe[1]);
+    return -1;
+  }
+  posix_spawn_file_actions_t fa;
+  posix_spawn_file_actions_init(&fa);
+  posix_spawn_file_actions_adddup2(&fa, inPipe[0], 0);
+  posix_spawn_file_actions_adddup2(&fa, outPipe[1], 1);
+  posix_spawn_file_actions_addopen(&fa, 2, "/dev/null", O_WRONLY, 0);
+  std::vector<char*> argv;
+  for (const std::string& w : words) argv.push_back(const_cast<char*>(w.c_str()));
+  argv.push_back(nullptr);
+  pid_t pid = -1;
+  const int err = ::posix_spawnp(&pid, argv[0], &fa, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&fa);
+  ::close(inPipe[0]);
+  ::close(outPipe[1]);
+  if (err != 0) {
+    ::close(inPipe[1]);
+    ::close(outPipe[0]);
+    return -1;
+  }
+  ::fcntl(inPipe[1], F_SETFL, O_NONBLOCK);
+  ::fcntl(outPipe[0], F_SETFL, O_NONBLOCK);
+  // A child that quits before reading all its input must not end the agent.
+  struct sigaction ignore = {}, saved = {};
+  ignore.sa_handler = SIG_IGN;
+  ::sigaction(SIGPIPE, &ignore, &saved);
+  doPump(inPipe[1], input, outPipe[0], out);
+  ::sigaction(SIGPIPE, &saved, nullptr);
+  int status = -1;
+  while (::waitpid(pid, &status, 0) < 0)
+    if (errno != EINTR) return -1;
+  return status;
+}
+
+}  // namespace
+
+int Runner::shellLineIs(const std::string& line) {
+  const int status = ::system(line.c_str());
+  stats_.ranIs(line, status);
+  return status;
+}
+
+int Runner::commandIs(const Dravo::NamespaceName& ns, const std::vector<std::string>& argv,
+                      const std::string& input, std::string* out) {
+  std::vector<std::string> words = Dravo::namespaceExecArgv(ns);
+  words.insert(words.end(), argv.begin(), argv.end());
+  const int status = argv.empty() ? -1 : doSpawn(words, input, out);
+  stats_.ranIs(commandText(ns, argv), status);
+  return status;
+}
+
+std::string commandText(const Dravo::NamespaceName& ns, const std::vector<std::string>& argv) {
+  std::string text;
+  for (const std::string& w : Dravo::namespaceExecArgv(ns))
+    text += (plainWord(w) ? w : quotedWord(w)) + " ";
+  for (const std::string& w : argv) text += (plainWord(w) ? w : quotedWord(w)) + " ";
+  if (!text.empty()) text.pop_back();
+  return text;
+}
+
+}  // namespace Agent

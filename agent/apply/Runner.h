@@ -1,0 +1,49 @@
+// The one runner of the agent's commands, and where they are counted.
+//
+// Two ways to run, never mixed up:
+//   shellLineIs  a plug-in's own line, exactly as the plug-in would run it:
+//                system(line). Its words come from validated inputs.
+//   commandIs    everything the agent makes itself (restores, read-back,
+//                deletes of rules read back, probes): an argument vector
+//                run with posix_spawnp, never through a shell, placed into
+//                its namespace by the one prefix rule as words. No word is
+//                ever interpreted, whatever a listing put in it.
+// Both block the loop until the command exits and count it in ApplyStats
+// (which must outlive the runner). Event-loop thread only; never throws.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "agent/apply/ApplyStats.h"
+#include "platform/dravo/NamespaceName.h"
+
+namespace Agent {
+
+class Runner {
+ public:
+  explicit Runner(ApplyStats& stats) : stats_(stats) {}
+
+  // system(line); its status as system() returned it.
+  int shellLineIs(const std::string& line);
+
+  // Runs argv (argv[0] looked up on PATH) inside `ns`, with `input` on its
+  // standard input and its standard error thrown away; its standard output
+  // goes to *out when `out` is given (else it is thrown away too). Returns a
+  // system()-style wait status; -1 when it could not be started.
+  int commandIs(const Dravo::NamespaceName& ns, const std::vector<std::string>& argv,
+                const std::string& input = {}, std::string* out = nullptr);
+
+  ApplyStats& stats() { return stats_; }
+
+ private:
+  ApplyStats& stats_;
+};
+
+// The words as one line for traces and reports, e.g.
+// "ip netns exec blue iptables -t mangle -S PREROUTING"; a word that a
+// reader could not tell apart (empty, blank, quote, control or non-ASCII
+// byte) is shown double-quoted with C escapes.
+std::string commandText(const Dravo::NamespaceName& ns, const std::vector<std::string>& argv);
+
+}  // namespace Agent
