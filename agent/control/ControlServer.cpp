@@ -101,7 +101,9 @@ void ControlServer::handleAccept() {
       continue;
     }
     Client& c = clients_[fd];
-    c.deadline = loop_.timerIs(loop_.now() + timeout, [this, fd] { handleDeadline(fd); });
+    c.deadline = loop_.timerIs(
+        loop_.now() + timeout, [this, fd] { handleDeadline(fd); },
+        Kiv::ActivityManager::Kind::background);
     loop_.fdIs(fd, [this, fd] { handleReadable(fd); });
   }
 }
@@ -142,7 +144,9 @@ void ControlServer::doReply(int fd, const std::string& reply) {
   c.replying = true;
   c.out = reply;
   loop_.timerDel(c.deadline);
-  c.deadline = loop_.timerIs(loop_.now() + timeout, [this, fd] { handleDeadline(fd); });
+  c.deadline = loop_.timerIs(
+      loop_.now() + timeout, [this, fd] { handleDeadline(fd); },
+      Kiv::ActivityManager::Kind::background);
   doFlush(fd);
 }
 
@@ -156,7 +160,9 @@ void ControlServer::doFlush(int fd) {
       c.sent += std::size_t(n);
     } else if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
       // The loop watches only readability: come back shortly.
-      c.retry = loop_.timerIs(loop_.now() + writeRetry, [this, fd] { doFlush(fd); });
+      c.retry = loop_.timerIs(
+          loop_.now() + writeRetry, [this, fd] { doFlush(fd); },
+          Kiv::ActivityManager::Kind::background);
       return;
     } else if (!(n < 0 && errno == EINTR)) {
       break;  // the client went away

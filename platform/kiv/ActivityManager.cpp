@@ -10,18 +10,27 @@ namespace Kiv {
 
 ActivityManager::ActivityManager(Ptr<const Clock> clock) : clock_(std::move(clock)) {}
 
-ActivityManager::TimerId ActivityManager::timerIs(double when, Callback cb) {
+ActivityManager::TimerId ActivityManager::timerIs(double when, Callback cb, Kind kind) {
   TimerId id = nextTimer_++;
   timers_.emplace(std::make_pair(when, id), std::move(cb));
   timerWhen_[id] = when;
+  if (kind == Kind::background) {
+    background_[id] = true;
+    ++backgroundTimers_;
+  }
   return id;
+}
+
+void ActivityManager::doForget(TimerId id) {
+  timerWhen_.erase(id);
+  if (background_.erase(id) > 0) --backgroundTimers_;
 }
 
 void ActivityManager::timerDel(TimerId id) {
   auto w = timerWhen_.find(id);
   if (w == timerWhen_.end()) return;
   timers_.erase(std::make_pair(w->second, id));
-  timerWhen_.erase(w);
+  doForget(id);
 }
 
 double ActivityManager::nextTimerTime() const {
@@ -57,7 +66,7 @@ std::size_t ActivityManager::runReady(int pollMs) {
   while (!timers_.empty() && timers_.begin()->first.first <= t) {
     auto it = timers_.begin();
     Callback cb = std::move(it->second);
-    timerWhen_.erase(it->first.second);
+    doForget(it->first.second);
     timers_.erase(it);
     doRun(cb);
     ++ran;

@@ -27,8 +27,10 @@ class ActivityManager : public PtrInterface {
   double now() const { return clock_->now(); }
 
   // One-shot timer at clock time `when`; timers due together fire in the
-  // order they were set.
-  TimerId timerIs(double when, Callback cb);
+  // order they were set. A background timer (a client's deadline, say)
+  // fires like any other but never keeps the loop from being idle.
+  enum class Kind { work, background };
+  TimerId timerIs(double when, Callback cb, Kind kind = Kind::work);
   void timerDel(TimerId id);
   std::size_t timerCount() const { return timers_.size(); }
   // The earliest timer's time, or +infinity.
@@ -57,16 +59,19 @@ class ActivityManager : public PtrInterface {
   void run();
   void stop() { stopped_ = true; }
   bool stopped() const { return stopped_; }
-  // No posted work and no timer set.
-  bool idle() const { return posted_.empty() && timers_.empty(); }
+  // No posted work and no work timer set.
+  bool idle() const { return posted_.empty() && timerWhen_.size() == backgroundTimers_; }
 
  private:
   std::size_t runReady(int pollMs);
   void doRun(Callback& cb);
+  void doForget(TimerId id);
 
   Ptr<const Clock> clock_;
   std::multimap<std::pair<double, TimerId>, Callback> timers_;
   std::map<TimerId, double> timerWhen_;
+  std::map<TimerId, bool> background_;  // the background timers still set
+  std::size_t backgroundTimers_ = 0;
   std::map<int, Callback> fds_;
   std::deque<Callback> posted_;
   Callback afterCallback_;
