@@ -26,7 +26,7 @@
 #include <thread>
 #include <vector>
 
-#include "agent/Publisher.h"
+#include "agent/source/Publisher.h"
 #include "agent/apply/Appliers.h"
 #include "agent/apply/BatchApplier.h"
 #include "agent/arptables/ArptablesDialect.h"

@@ -22,11 +22,11 @@ std::string adapterFolder() {
   return std::filesystem::weakly_canonical(folder, ec).string();
 }
 
-bool doChooseArptablesDialect(ArptablesDialect choice) {
+bool doChooseArptablesDialect(ArptablesDialect choice, const std::function<bool()>& probe) {
   const char* const head = "acl-agent: arptables: ";
   std::string why = "as asked";
   if (choice == ArptablesDialect::automatic) {
-    const bool accepted = std::system("arptables -L OUT >/dev/null 2>&1") == 0;
+    const bool accepted = probe();
     choice = accepted ? ArptablesDialect::native : ArptablesDialect::stock;
     why = accepted ? "the host's arptables lists chain OUT"
                    : "the host's arptables refused `arptables -L OUT`";

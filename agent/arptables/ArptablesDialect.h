@@ -5,6 +5,7 @@
 // which every child inherits, `ip netns exec NS arptables` included.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,9 +23,10 @@ std::string adapterFolder();
 
 // Settles the dialect before any plug-in loads and prints one line
 //   acl-agent: arptables: native|stock (WHY)
-// automatic probes once with `arptables -L OUT`, which changes no rule:
-// accepted means native. stock prepends adapterFolder() to PATH. False
-// (with the reason printed) when stock is needed and there is no adapter.
-bool doChooseArptablesDialect(ArptablesDialect choice);
+// automatic asks `probe` once whether the host's arptables accepts
+// `arptables -L OUT` (which changes no rule): accepted means native. stock
+// prepends adapterFolder() to PATH. False (with the reason printed) when
+// stock is needed and there is no adapter.
+bool doChooseArptablesDialect(ArptablesDialect choice, const std::function<bool()>& probe);
 
 }  // namespace Agent

@@ -6,6 +6,21 @@
 // prints the lines; the plug-in's decisions, records and pacing never know
 // which one is in use.
 //
+// The contract every applier keeps:
+// - What the plug-in shows is the same whichever applier runs: its level-6
+//   trace of each line (made by the plug-in before the line is handed over),
+//   and for each line that fails one failure report (its level-0 trace and
+//   log message), in the order per-line gives for the lines of one rule pair.
+//   Only timing and the number of processes may differ. No line's outcome is
+//   dropped: an applier never folds lines away.
+// - A line taken for later is applied when the host's loop turn that took it
+//   ends (doApplyPending), whoever queued it: the plug-in's timer, a control
+//   request, the host's own verify or repair.
+// - A report is code of the plug-in: the host drains its applier
+//   (doApplyPending) before it unloads any plug-in, so no report outlives
+//   the code it calls.
+// - An applier's own messages never use the plug-in's trace facility.
+//
 // Event-loop thread only. An applier never throws towards the plug-in.
 #pragma once
 
@@ -27,8 +42,7 @@ class CommandApplier : public Kiv::PtrInterface {
   // it fails when applied. A line without a report (a start-up flush, say)
   // always runs at once, after everything taken before it.
   virtual int lineIs(const std::string& line, FailureReport report) = 0;
-  // Applies everything taken so far. The host calls it after each turn of
-  // its event loop, so a plug-in's slice of work is applied together.
+  // Applies everything taken so far (see the contract above).
   virtual void doApplyPending() {}
 
  protected:

@@ -48,17 +48,21 @@ class BatchApplierTest : public ::testing::Test {
   }
 
   Agent::ApplyStats stats;
+  Agent::Runner runner{stats};
+  Agent::KnownAbsent absent;
   std::vector<std::string> order;  // restores and system() lines, as run
   int restoreStatus = 0;
   std::vector<std::string> reported;
-  Kiv::Ptr<Agent::BatchApplier> applier =
-      new Agent::BatchApplier(stats, [this](const std::string& command, const std::string& input) {
-        order.push_back("RESTORE " + command + "\n" + input);
+  Kiv::Ptr<Agent::BatchApplier> applier = new Agent::BatchApplier(
+      runner, absent,
+      [this](const Dravo::NamespaceName& ns, const std::vector<std::string>& argv,
+             const std::string& input) {
+        order.push_back("RESTORE " + Agent::commandText(ns, argv) + "\n" + input);
         return restoreStatus;
       });
 };
 
-TEST_F(BatchApplierTest, GroupsInFirstLineOrderCancelsArpPairsAndFlushesLast) {
+TEST_F(BatchApplierTest, GroupsInFirstLineOrderKeepsEveryLineAndFlushesLast) {
   FakeSystem::resultIs([this](const std::string& line) {
     order.push_back(line);
     return 0;
@@ -76,16 +80,18 @@ TEST_F(BatchApplierTest, GroupsInFirstLineOrderCancelsArpPairsAndFlushesLast) {
   // A line without a report runs at once, after everything queued.
   EXPECT_EQ(applier->lineIs("arptables -F OUT", nullptr), 0);
   const std::vector<std::string> expected = {
-      "RESTORE ip netns exec b iptables-restore --noflush 2>/dev/null\n*mangle\n-A " + kRule +
-          "\n-D " + kRule + "\nCOMMIT\n",
-      arpY,  // X's add and delete cancelled; a delete in another namespace does not cancel
-      "RESTORE iptables-restore --noflush 2>/dev/null\n*mangle\n-A " + kRule + "\nCOMMIT\n",
+      "RESTORE ip netns exec b iptables-restore --noflush\n*mangle\n-A " + kRule + "\n-D " + kRule +
+          "\nCOMMIT\n",
+      // An add and a delete of one rule both run: each line has its own outcome.
+      arpX,
+      "arptables -D OUT -d 10.0.0.0/24 -o v1 --mangle-ip-s 10.0.0.1 2>/dev/null",
+      arpY,
+      "RESTORE iptables-restore --noflush\n*mangle\n-A " + kRule + "\nCOMMIT\n",
       "ip netns exec b arptables -D OUT -d 10.0.0.0/24 -o v1 --mangle-ip-s 10.0.0.2",
       "arptables -F OUT",
   };
   EXPECT_EQ(order, expected);
   EXPECT_EQ(stats.perTool().at("iptables").run, 3u);
-  EXPECT_EQ(stats.perTool().at("iptables-restore").run, 2u);
 }
 
 TEST_F(BatchApplierTest, FailedRestoreIsAppliedLineByLineAndReportsOnlyTheFailures) {
@@ -94,16 +100,22 @@ TEST_F(BatchApplierTest, FailedRestoreIsAppliedLineByLineAndReportsOnlyTheFailur
   const std::string good = "iptables -t mangle -A " + kRule;
   std::string bad = good;
   bad.replace(bad.find("10.0.0.1"), 8, "10.0.0.2");
+  std::string absentDelete = bad;
+  absentDelete.replace(absentDelete.find(" -A "), 4, " -D ");
+  // A delete of a rule known to be gone fails without a report, once.
+  absent.lineIs(absentDelete);
   queue(good);
   queue(bad);
+  queue(absentDelete);
+  queue(absentDelete);
   applier->doApplyPending();
-  EXPECT_EQ(FakeSystem::commands(), (std::vector<std::string>{good, bad}));
-  EXPECT_EQ(reported, std::vector<std::string>{bad});
-  EXPECT_EQ(stats.perTool().at("iptables").failed, 1u);
-  EXPECT_EQ(stats.perTool().at("iptables-restore").failed, 1u);
+  EXPECT_EQ(FakeSystem::commands(),
+            (std::vector<std::string>{good, bad, absentDelete, absentDelete}));
+  EXPECT_EQ(reported, (std::vector<std::string>{bad, absentDelete}));
+  EXPECT_EQ(stats.perTool().at("iptables").failed, 3u);
   // Applied once: nothing is left for the next turn.
   applier->doApplyPending();
-  EXPECT_EQ(FakeSystem::commands().size(), 2u);
+  EXPECT_EQ(FakeSystem::commands().size(), 4u);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "agent/Publisher.h"
+#include "agent/source/Publisher.h"
 #include "tests/agent/Documents.h"
 
 #include <gmock/gmock.h>

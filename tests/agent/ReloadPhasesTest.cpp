@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/Publisher.h"
+#include "agent/source/Publisher.h"
 #include "tests/agent/Documents.h"
 
 namespace {

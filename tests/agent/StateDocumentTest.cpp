@@ -1,4 +1,4 @@
-#include "agent/StateDocument.h"
+#include "agent/source/StateDocument.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -44,7 +44,7 @@ run_mode() {
   local mode=$1 err="$work/err.$1"
   ip netns add ns-gone
   cp "$work/start.json" "$work/state.json"
-  start_agent "$err" --state "$work/state.json" --apply "$mode" --trace VirtualIpArpMangleSm/0,5,6
+  start_agent "$err" --state "$work/state.json" --apply "$mode" --trace VirtualIpArpMangleSm/0,5,6 --trace AclAgent/5
   wait_for "$err" "^acl-agent: published"
   wait_quiet "$err"
   iptables -t mangle -D PREROUTING -d 10.0.10.2/32 -i vlan10 -m comment \

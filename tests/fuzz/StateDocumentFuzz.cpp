@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "agent/StateDocument.h"
+#include "agent/source/StateDocument.h"
 
 namespace {
 

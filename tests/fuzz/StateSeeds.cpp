@@ -5,7 +5,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "agent/StateDocument.h"
+#include "agent/source/StateDocument.h"
 #include "tests/fuzz/Seeds.h"
 
 std::vector<std::string> fuzzSeeds() {

@@ -5,10 +5,10 @@
 #include <string>
 #include <string_view>
 
-namespace Agent::Control {
+namespace Agent {
 
 std::string sha256Hex(std::string_view data);
 // Of a file's contents; empty when it cannot be read.
 std::string fileSha256Hex(const std::string& path);
 
-}  // namespace Agent::Control
+}  // namespace Agent

@@ -36,7 +36,7 @@
 #include <cstddef>
 #include <optional>
 
-#include "agent/StateDocument.h"
+#include "agent/source/StateDocument.h"
 #include "platform/interface/IntfStatus.h"
 #include "platform/ip/VrfStatus.h"
 #include "platform/mirel/EntityManager.h"

@@ -1,4 +1,4 @@
-#include "agent/Publisher.h"
+#include "agent/source/Publisher.h"
 
 namespace Agent {
 

@@ -1,10 +1,10 @@
 // The document fingerprint against the standard's test vectors, the
 // two-block padding case included.
-#include "agent/control/Sha256.h"
+#include "agent/source/Sha256.h"
 
 #include <gtest/gtest.h>
 
-namespace Agent::Control {
+namespace Agent {
 namespace {
 
 TEST(Sha256Test, MatchesTheStandardVectors) {
@@ -15,4 +15,4 @@ TEST(Sha256Test, MatchesTheStandardVectors) {
 }
 
 }  // namespace
-}  // namespace Agent::Control
+}  // namespace Agent

@@ -1,11 +1,11 @@
-#include "agent/control/Sha256.h"
+#include "agent/source/Sha256.h"
 
 #include <array>
 #include <cstdint>
 #include <fstream>
 #include <sstream>
 
-namespace Agent::Control {
+namespace Agent {
 
 namespace {
 
@@ -79,4 +79,4 @@ std::string fileSha256Hex(const std::string& path) {
   return sha256Hex(s.str());
 }
 
-}  // namespace Agent::Control
+}  // namespace Agent
