@@ -185,11 +185,13 @@ const char* kLines = "/tmp/converge_bench.lines";
 Converged runAgent(bool batch, int n) {
   return parse(inChild([&] {
     Agent::ApplyStats stats;
+    Agent::Runner runner(stats);
+    Agent::KnownAbsent absent;
     Kiv::Ptr<Acl::CommandApplier> inner;
     if (batch)
-      inner = new Agent::BatchApplier(stats);
+      inner = new Agent::BatchApplier(runner, absent);
     else
-      inner = new Agent::PerLineApplier(stats);
+      inner = new Agent::PerLineApplier(runner, absent);
     Harness h(inner);
     const auto before = stats.perTool();
     Converged c;
@@ -219,7 +221,9 @@ Converged runAgent(bool batch, int n) {
 Converged runBare() {
   return parse(inChild([] {
     Agent::ApplyStats stats;
-    Harness h(new Agent::PerLineApplier(stats));
+    Agent::Runner runner(stats);
+    Agent::KnownAbsent absent;
+    Harness h(new Agent::PerLineApplier(runner, absent));
     std::ifstream f(kLines);
     std::size_t installCount = 0;
     f >> installCount;
