@@ -7,6 +7,11 @@ packages=(g++ clang cmake ninja-build pkg-config googletest libgtest-dev libgmoc
   libbenchmark-dev nlohmann-json3-dev iproute2 iptables arptables util-linux iputils-ping)
 # dpkg-shlibdeps: the library dependencies of the .deb that cpack builds.
 packages+=(dpkg-dev)
+# The nftables applier (libnftables, and nft for its benchmark), the Redis
+# source (hiredis; redis-server and keepalived for its end-to-end tests),
+# metrics over HTTP, the journal, and the service unit under a real systemd.
+packages+=(libnftables-dev nftables libhiredis-dev redis-server redis-tools keepalived
+  libmicrohttpd-dev libsystemd-dev python3-prometheus-client curl debootstrap systemd-container)
 
 missing=()
 for p in "${packages[@]}"; do
@@ -18,8 +23,17 @@ if ((${#missing[@]})); then
   sudo=""
   [ "$(id -u)" -eq 0 ] || sudo="sudo"
   export DEBIAN_FRONTEND=noninteractive
+  # Servers among the packages (redis-server, keepalived) must never start on
+  # this machine: tests run them in their own sandboxes only.
+  guard=""
+  if [ ! -e /usr/sbin/policy-rc.d ]; then
+    guard=/usr/sbin/policy-rc.d
+    printf '#!/bin/sh\nexit 101\n' | $sudo tee "$guard" >/dev/null
+    $sudo chmod +x "$guard"
+  fi
   $sudo apt-get update -q
   $sudo apt-get install -y -q --no-install-recommends "${missing[@]}"
+  [ -z "$guard" ] || $sudo rm -f "$guard"
 else
   echo "setup: all packages present"
 fi
