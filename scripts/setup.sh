@@ -34,6 +34,9 @@ if ((${#missing[@]})); then
   $sudo apt-get update -q
   $sudo apt-get install -y -q --no-install-recommends "${missing[@]}"
   [ -z "$guard" ] || $sudo rm -f "$guard"
+  if [ -d /run/systemd/system ]; then
+    $sudo systemctl disable --now redis-server keepalived nftables >/dev/null 2>&1 || true
+  fi
 else
   echo "setup: all packages present"
 fi
