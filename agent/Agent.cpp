@@ -95,6 +95,11 @@ bool AclAgent::doStart() {
   startedAt_ = loop_->now();
   nextVerify_ = startedAt_ + options_.verifyEvery;
   facts_.dryRun = options_.dryRun;
+  std::string why;  // a dry run runs no command: it may run beside the agent
+  if (!options_.dryRun && !hostLock_.doTake(options_.lockPath, why)) {
+    std::cerr << "acl-agent: " << why << "; this one runs nothing\n";
+    return false;
+  }
   if (!doOpenControl()) return false;
   // Watch first: a signal or a change during start-up waits for the loop.
   doWatchSignals();

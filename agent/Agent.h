@@ -33,9 +33,11 @@
 // The control socket (--control, see control/ControlServer.h) answers
 // {"request":"status"} and {"request":"verify","repair":BOOL}; it is made
 // before any plug-in loads, so a second agent on the same socket stops before
-// it flushes anything. With --verify-every the agent verifies by itself
-// between turns of its loop (no loop timer: phase 2 of a reload waits for
-// the idle loop) and logs one line per drifted namespace:
+// it flushes anything. Before that, the host lock (service/HostLock.h) stops
+// a second agent whatever its socket; a dry run, which runs no command, takes
+// no lock. With --verify-every the agent verifies by itself between turns of
+// its loop (no loop timer: phase 2 of a reload waits for the idle loop) and
+// logs one line per drifted namespace:
 //   acl-agent: verify: NS: N missing, N misordered, N extra[, repair queued]
 // One agent per process: it installs signal handlers and the process's loop.
 #pragma once
@@ -51,6 +53,7 @@
 #include "agent/apply/ApplyStats.h"
 #include "agent/control/ControlServer.h"
 #include "agent/control/Status.h"
+#include "agent/service/HostLock.h"
 #include "platform/acl/CommandApplier.h"
 #include "platform/acl/PluginLoader.h"
 #include "platform/kiv/ActivityManager.h"
@@ -92,6 +95,7 @@ class AclAgent {
   void doVerifyByItself();
 
   Options options_;
+  Service::HostLock hostLock_;  // released last
   Kiv::Ptr<Kiv::ActivityManager> loop_;
   Kiv::Ptr<Mirel::EntityManager> em_;
   std::unique_ptr<Publisher> publisher_;
