@@ -204,6 +204,8 @@ bool AclAgent::doPublishStateFile(bool reload) {
     return false;
   }
   pendingSha256_ = Control::fileSha256Hex(file);
+  facts_.lastRefused = 0;  // the refusal is over: this document is taken
+  facts_.lastRefusedWhy.clear();
   // Behind a phase 1, this reload's or an earlier one's, the target waits.
   const bool waiting = pending_.has_value();
   std::optional<StateDocument> first = reloadPhaseOne(publisher_->current(), next);
