@@ -1,8 +1,9 @@
-// idle_clients SOCKET N: makes N connections to a control socket that never
-// send a request. One the agent drops for its silence is made again at once;
-// one dropped to make room for another client is not (two such programs
-// would otherwise evict each other for ever). Prints CONNECTED once the
-// first N are made; runs until killed.
+// idle_clients SOCKET N [GAP_MS]: makes N connections to a control socket,
+// GAP_MS apart (default 0), that never send a request. One the agent drops
+// for its silence is made again at once, so with a gap the agent is never
+// without an idle client; one dropped to make room for another client is
+// not made again (two such programs would otherwise evict each other for
+// ever). Prints CONNECTED once the first N are made; runs until killed.
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -11,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -28,14 +30,20 @@ int connectTo(const sockaddr_un& a) {
 int main(int argc, char** argv) {
   sockaddr_un a{};
   a.sun_family = AF_UNIX;
-  if (argc != 3 || std::strlen(argv[1]) >= sizeof a.sun_path || std::atoi(argv[2]) <= 0) {
-    std::fprintf(stderr, "usage: idle_clients SOCKET N\n");
+  if (argc < 3 || argc > 4 || std::strlen(argv[1]) >= sizeof a.sun_path ||
+      std::atoi(argv[2]) <= 0) {
+    std::fprintf(stderr, "usage: idle_clients SOCKET N [GAP_MS]\n");
     return 2;
   }
   std::strcpy(a.sun_path, argv[1]);
   std::vector<pollfd> clients(std::size_t(std::atoi(argv[2])));
   std::vector<std::string> goodbye(clients.size());
-  for (pollfd& p : clients) p = {connectTo(a), POLLIN, 0};
+  const long gap = argc == 4 ? std::atol(argv[3]) : 0;
+  for (pollfd& p : clients) {
+    p = {connectTo(a), POLLIN, 0};
+    const timespec pause{gap / 1000, gap % 1000 * 1000000};
+    ::nanosleep(&pause, nullptr);
+  }
   std::printf("CONNECTED\n");
   std::fflush(stdout);
   for (;;) {

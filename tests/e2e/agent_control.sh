@@ -46,16 +46,25 @@ start_agent "$work/err" --state "$work/state.json"
 wait_for "$work/err" "^acl-agent: published $work/state.json: "
 eventually has default 10.0.20.1/32 || fail "10.0.20.1 was never installed"
 
-# More idle clients than the socket serves at once, each made again when
-# dropped for its silence.
-coproc idlers { exec "$idle_clients" "$control" 20; }
-idlers_pid="$idlers_PID"
-trap 'kill "$idlers_pid" 2>/dev/null; kill -TERM "$pid" 2>/dev/null; wait "$pid" 2>/dev/null; rm -rf "$work"' EXIT
-read -r line <&"${idlers[0]}"
-[ "$line" = CONNECTED ] || fail "idle_clients did not connect"
+# idle N [GAP_MS]: N idle clients (idle_clients) from here on, as $idlers_pid.
+idlers_pid=""
+trap 'kill $idlers_pid 2>/dev/null; kill -TERM "$pid" 2>/dev/null; wait "$pid" 2>/dev/null; rm -rf "$work"' EXIT
+idle() {
+  [ -z "$idlers_pid" ] || { kill "$idlers_pid"; wait "$idlers_pid" 2>/dev/null; }
+  coproc idlers { exec "$idle_clients" "$control" "$@"; }
+  idlers_pid="$idlers_PID"
+  read -r line <&"${idlers[0]}"
+  [ "$line" = CONNECTED ] || fail "idle_clients did not connect"
+}
+
+# More idle clients than the socket serves at once.
+idle 20
 "$agent" status >"$work/status" 2>&1 || fail "status with 20 idle clients: $(cat "$work/status")"
 grep -Eq "^10.0.20.1/24 +default" "$work/status" || fail "status without the VIP: $(cat "$work/status")"
-# Another prefix length: two phases, the second once the loop is idle.
+# Idle clients spread over more than their 2 s, each made again when dropped:
+# never a moment without one. Phase 2 of a reload (another prefix length)
+# still comes once the agent has no work left.
+idle 10 250
 state 25
 wait_for "$work/err" "phase 1 of 2: 1 virtual IPs withdrawn$"
 reloaded 1
