@@ -4,6 +4,7 @@
 
 #include <iostream>
 
+#include "agent/Utf8.h"
 #include "agent/apply/Appliers.h"
 #include "agent/arptables/ArptablesDialect.h"
 
@@ -59,6 +60,11 @@ int AclAgent::run() {
 
 bool AclAgent::doStart() {
   startedAt_ = loop_->now();
+  std::string why;  // a dry run runs no command: it may run beside the agent
+  if (!options_.dryRun && !hostLock_.doTake(options_.lockPath, why)) {
+    std::cerr << "acl-agent: " << escapeInvalidUtf8(why) << "; this one runs nothing\n";
+    return false;
+  }
   control_ = std::make_unique<Control::ControlService>(
       *loop_,
       Control::ControlConfig{options_.controlPath, options_.verifyEvery, options_.repair,
@@ -92,7 +98,6 @@ bool AclAgent::doStart() {
         return runner_.commandIs(Dravo::DEFAULT_NS, {"arptables", "-L", "OUT"}) == 0;
       }))
     return false;
-  std::string why;
   applier_ = makeApplier({options_.apply == Options::Apply::batch ? ApplyChoice::Mode::batch
                                                                   : ApplyChoice::Mode::perLine,
                           options_.dryRun, options_.dryRunFile},

@@ -7,8 +7,9 @@
 //   service/  signals, readiness for the service manager
 //   arptables/ the arptables dialect
 //
-// Start-up order: the control socket first (a second agent on the same
-// socket stops before it runs anything), signals, the state document
+// Start-up order: the host lock (service/HostLock.h: a second agent, whatever
+// its socket, stops before it runs anything; a dry run, which runs no
+// command, takes none), the control socket, signals, the state document
 // (refused: exit 1), the arptables dialect, the applier, the plug-ins, their
 // init. Then the loop, which at each idle point (no posted work, no work
 // timer: the plug-in's backlog is drained) does the first of: publish the
@@ -33,6 +34,7 @@
 #include "agent/apply/KnownAbsent.h"
 #include "agent/apply/Runner.h"
 #include "agent/control/ControlService.h"
+#include "agent/service/HostLock.h"
 #include "agent/service/Readiness.h"
 #include "agent/service/Signals.h"
 #include "agent/source/DocumentSource.h"
@@ -63,6 +65,7 @@ class AclAgent {
   Control::AgentFacts agentFacts() const;
 
   Options options_;
+  Service::HostLock hostLock_;  // released last
   Kiv::Ptr<Kiv::ActivityManager> loop_;
   Kiv::Ptr<Mirel::EntityManager> em_;
   ApplyStats applyStats_;

@@ -27,6 +27,8 @@ struct Options {
   bool dryRun = false;
   std::string dryRunFile;  // with dryRun: empty means stdout
   std::string controlPath = "/run/acl-agent/control.sock";
+  // One agent per host, whatever its socket (service/HostLock.h).
+  std::string lockPath = "/run/acl-agent.lock";
   double verifyEvery = 0;  // seconds; 0: never by itself
   bool repair = false;     // verify: repair drift too
   bool json = false;       // status: the JSON form

@@ -13,6 +13,8 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/control/Render.h"
+#include "agent/control/ReplyShape.h"
+#include "agent/Utf8.h"
 
 namespace Agent::Control {
 
@@ -20,6 +22,33 @@ namespace {
 
 // verify reads back every namespace: it may take a while on a large host.
 constexpr double replyTimeout = 120.0;
+// Far above any real reply: a peer that never stops talking is not the agent.
+constexpr std::size_t maxReply = 64 << 20;
+
+int answered(const Options& options, const std::string& text) {
+  const bool verify = options.mode == Options::Mode::verify;
+  const nlohmann::json reply = nlohmann::json::parse(text, nullptr, false);
+  if (reply.is_discarded()) {
+    std::cerr << "acl-agent: the agent's reply is not JSON (" << text.size() << " bytes)\n";
+    return 2;
+  }
+  const std::string problem = replyProblem(reply, verify ? "verify" : "status");
+  if (!problem.empty()) {
+    std::cerr << "acl-agent: malformed reply from the agent: " << problem << "\n";
+    return 2;
+  }
+  if (reply["reply"] == "error") {
+    std::cerr << "acl-agent: the agent says: " << reply["error"].get<std::string>() << "\n";
+    return 2;
+  }
+  if (options.json)
+    std::cout << reply.dump(2) << "\n";
+  else
+    std::cout << (verify ? verifyText(reply) : statusText(reply));
+  if (!verify) return 0;
+  if (reply["readFailed"].get<bool>()) return 2;
+  return reply["inStep"].get<bool>() ? 0 : 1;
+}
 
 }  // namespace
 
@@ -61,6 +90,11 @@ std::optional<std::string> askAgent(const std::string& path, const std::string& 
     const ssize_t n = ::read(fd, buf, sizeof buf);
     if (n > 0) {
       reply.append(buf, std::size_t(n));
+      if (reply.size() > maxReply) {
+        why = "the reply runs past " + std::to_string(maxReply >> 20) + " MiB";
+        ::close(fd);
+        return std::nullopt;
+      }
     } else if (n == 0) {
       break;
     } else if (errno != EINTR) {
@@ -81,25 +115,15 @@ int runClient(const Options& options) {
   const std::optional<std::string> text =
       askAgent(options.controlPath, request.dump(), replyTimeout, why);
   if (!text) {
-    std::cerr << "acl-agent: " << why << "\n";
+    std::cerr << "acl-agent: " << escapeInvalidUtf8(why) << "\n";
     return 2;
   }
-  const nlohmann::json reply = nlohmann::json::parse(*text, nullptr, false);
-  if (!reply.is_object()) {
-    std::cerr << "acl-agent: the agent's reply is not JSON\n";
+  try {
+    return answered(options, *text);
+  } catch (const std::exception& e) {  // whatever the peer sent, no abort
+    std::cerr << "acl-agent: cannot read the agent's reply: " << e.what() << "\n";
     return 2;
   }
-  if (reply.value("reply", "") == "error") {
-    std::cerr << "acl-agent: the agent says: " << reply.value("error", "") << "\n";
-    return 2;
-  }
-  if (options.json)
-    std::cout << reply.dump(2) << "\n";
-  else
-    std::cout << (verify ? verifyText(reply) : statusText(reply));
-  if (!verify) return 0;
-  if (reply.value("readFailed", true)) return 2;
-  return reply.value("inStep", false) ? 0 : 1;
 }
 
 }  // namespace Agent::Control

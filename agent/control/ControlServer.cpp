@@ -7,10 +7,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 
 #include <nlohmann/json.hpp>
+
+#include "agent/Utf8.h"
 
 namespace Agent::Control {
 
@@ -33,6 +36,38 @@ bool answers(const sockaddr_un& a) {
   return ok;
 }
 
+// Why a client could be served a forged reply through `dir`, or "".
+std::string folderProblem(const std::filesystem::path& dir) {
+  struct stat st;
+  if (::lstat(dir.c_str(), &st) != 0) return dir.string() + ": " + std::strerror(errno);
+  if (S_ISLNK(st.st_mode)) return dir.string() + ": is a symbolic link; name the folder itself";
+  if (!S_ISDIR(st.st_mode)) return dir.string() + ": not a directory";
+  if (st.st_uid != 0 && st.st_uid != ::geteuid())
+    return dir.string() + ": owned by uid " + std::to_string(st.st_uid) +
+           ", not by root: its owner could replace the socket";
+  if (st.st_mode & (S_IWGRP | S_IWOTH)) {
+    char mode[8];
+    std::snprintf(mode, sizeof mode, "%04o", unsigned(st.st_mode & 07777));
+    return dir.string() + ": writable by group or others (mode " + mode +
+           "): they could replace the socket";
+  }
+  return "";
+}
+
+// Every string and key of `j`, made valid UTF-8.
+nlohmann::json validUtf8(const nlohmann::json& j) {
+  if (j.is_string()) return escapeInvalidUtf8(j.get_ref<const std::string&>());
+  if (j.is_array()) {
+    nlohmann::json out = nlohmann::json::array();
+    for (const nlohmann::json& x : j) out.push_back(validUtf8(x));
+    return out;
+  }
+  if (!j.is_object()) return j;
+  nlohmann::json out = nlohmann::json::object();
+  for (const auto& [key, value] : j.items()) out[escapeInvalidUtf8(key)] = validUtf8(value);
+  return out;
+}
+
 }  // namespace
 
 ControlServer::ControlServer(Kiv::ActivityManager& loop, std::string path, Handler handler)
@@ -46,8 +81,12 @@ ControlServer::~ControlServer() {
   ::unlink(path_.c_str());
 }
 
+std::string ControlServer::replyLine(const nlohmann::json& reply) {
+  return validUtf8(reply).dump() + "\n";
+}
+
 std::string ControlServer::errorReply(const std::string& why) {
-  return nlohmann::json{{"reply", "error"}, {"error", why}}.dump() + "\n";
+  return replyLine({{"reply", "error"}, {"error", why}});
 }
 
 bool ControlServer::doListen(std::string& why) {
@@ -56,15 +95,18 @@ bool ControlServer::doListen(std::string& why) {
     why = path_ + ": path too long for a Unix socket";
     return false;
   }
-  const std::filesystem::path dir = std::filesystem::path(path_).parent_path();
+  std::filesystem::path dir = std::filesystem::path(path_).parent_path();
+  if (dir.empty()) dir = ".";
   std::error_code ec;
-  if (!dir.empty() && !std::filesystem::exists(dir, ec)) {
+  if (!std::filesystem::exists(dir, ec)) {
     std::filesystem::create_directories(dir, ec);
     if (ec || ::chmod(dir.c_str(), 0700) != 0) {
       why = dir.string() + ": cannot make the directory: " + ec.message();
       return false;
     }
   }
+  why = folderProblem(dir);
+  if (!why.empty()) return false;
   struct stat st;
   if (::lstat(path_.c_str(), &st) == 0) {
     if (!S_ISSOCK(st.st_mode)) {
@@ -96,16 +138,34 @@ bool ControlServer::doListen(std::string& why) {
 void ControlServer::handleAccept() {
   int fd;
   while ((fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC)) >= 0) {
-    if (clients_.size() >= maxClients) {
+    if (clients_.size() >= maxClients && !doMakeRoom()) {
       ::close(fd);
       continue;
     }
     Client& c = clients_[fd];
+    c.order = ++accepted_;
     c.deadline = loop_.timerIs(
         loop_.now() + timeout, [this, fd] { handleDeadline(fd); },
         Kiv::ActivityManager::Kind::background);
     loop_.fdIs(fd, [this, fd] { handleReadable(fd); });
+    // A request already there is served before more accepts could evict it.
+    handleReadable(fd);
   }
+}
+
+bool ControlServer::doMakeRoom() {
+  auto oldest = clients_.end();
+  for (auto it = clients_.begin(); it != clients_.end(); ++it)
+    if (!it->second.replying &&
+        (oldest == clients_.end() || it->second.order < oldest->second.order))
+      oldest = it;
+  if (oldest == clients_.end()) return false;
+  // A courtesy line, if the socket takes it at once; never waited for.
+  const std::string bye = errorReply("dropped: no request, and another client was waiting");
+  [[maybe_unused]] ssize_t n =
+      ::send(oldest->first, bye.data(), bye.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  doClose(oldest->first);
+  return true;
 }
 
 void ControlServer::handleReadable(int fd) {
@@ -128,7 +188,13 @@ void ControlServer::handleReadable(int fd) {
   if (newline == std::string::npos && !ended) return;
   std::string request = c.in.substr(0, newline);
   if (request.empty()) return doReply(fd, errorReply("empty request"));
-  doReply(fd, handler_(request));
+  std::string reply;
+  try {
+    reply = handler_(request);
+  } catch (const std::exception& e) {  // a client never ends the agent
+    reply = errorReply(std::string("request failed: ") + e.what());
+  }
+  doReply(fd, reply);
 }
 
 void ControlServer::handleDeadline(int fd) {

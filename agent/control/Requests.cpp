@@ -14,13 +14,13 @@ std::string doAnswer(const std::string& text, const Services& s) {
     return ControlServer::errorReply(
         "malformed request: want {\"request\": \"status\"|\"verify\"}");
   const std::string what = request["request"];
-  if (what == "status") return statusJson(s.view, *s.stats, s.facts).dump() + "\n";
+  if (what == "status") return ControlServer::replyLine(statusJson(s.view, *s.stats, s.facts));
   if (what != "verify") return ControlServer::errorReply("unknown request \"" + what + "\"");
   const bool repair = request.value("repair", false);
   if (s.facts.dryRun)
     return ControlServer::errorReply("dry run: nothing is installed to read back");
   if (!s.view) return ControlServer::errorReply("the plug-in is not ready yet");
-  return verifyJson(doVerify(*s.view, s.readBack, repair)).dump() + "\n";
+  return ControlServer::replyLine(verifyJson(doVerify(*s.view, s.readBack, repair)));
 }
 
 }  // namespace

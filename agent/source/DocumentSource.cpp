@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <iostream>
 
+#include "agent/Utf8.h"
 #include "agent/source/Sha256.h"
 
 namespace Agent {
@@ -74,7 +75,7 @@ bool DocumentSource::doPublish(bool reload) {
   try {
     next = loadStateDocument(path_);
   } catch (const std::exception& e) {  // a refused document, or one too large to hold
-    std::cerr << "acl-agent: " << path_ << ": " << e.what() << "\n";
+    std::cerr << "acl-agent: " << escapeInvalidUtf8(path_ + ": " + e.what()) << "\n";
     facts_.lastRefused = wallNow();
     facts_.lastRefusedWhy = e.what();
     if (reload) std::cerr << "acl-agent: reload refused; the state in force stays\n";

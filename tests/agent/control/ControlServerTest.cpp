@@ -1,5 +1,6 @@
 // The control socket on a manual clock: one request per connection, error
-// replies for garbage, nothing, too much, and a server that goes on serving.
+// replies for garbage, nothing, too much, and a server that goes on serving;
+// idle clients that make room for new ones; folders others could write.
 #include "agent/control/ControlServer.h"
 
 #include <gmock/gmock.h>
@@ -11,6 +12,8 @@
 
 #include <cstring>
 #include <filesystem>
+
+#include <nlohmann/json.hpp>
 
 #include "tests/support/ManualLoop.h"
 
@@ -67,6 +70,7 @@ class ControlServerTest : public ::testing::Test {
   std::vector<std::string> requests;
   ControlServer server{loop.loop(), path_, [this](const std::string& r) {
                          requests.push_back(r);
+                         if (r == "throw") throw std::runtime_error("bad \xFF");
                          return "reply to " + r;
                        }};
 };
@@ -95,6 +99,61 @@ TEST_F(ControlServerTest, ServesOneRequestPerConnectionAndErrorsForBadClients) {
   loop.advance(ControlServer::timeout);
   EXPECT_THAT(replyOf(silent), HasSubstr("\"error\":\"no request within 2 s\""));
   EXPECT_EQ(server.clientCount(), 0u);
+}
+
+TEST_F(ControlServerTest, IdleClientsMakeRoomOldestFirstAndTextLeavesAsValidUtf8) {
+  std::string why;
+  ASSERT_TRUE(server.doListen(why)) << why;
+  std::vector<int> idle;
+  for (int i = 0; i < 20; ++i) {
+    idle.push_back(connectClient());
+    loop.runUntilIdle();  // accepted one by one: the listen queue is short
+  }
+  EXPECT_EQ(server.clientCount(), ControlServer::maxClients);
+  EXPECT_EQ(ask("next\n"), "reply to next");
+  const std::string dropped = "\"error\":\"dropped: no request, and another client was waiting\"";
+  for (int i = 0; i < 5; ++i) EXPECT_THAT(replyOf(idle[i]), HasSubstr(dropped)) << i;
+  loop.advance(ControlServer::timeout);
+  for (int i = 5; i < 20; ++i) EXPECT_THAT(replyOf(idle[i]), HasSubstr("no request within")) << i;
+  EXPECT_EQ(server.clientCount(), 0u);
+
+  EXPECT_EQ(ask("throw\n"), R"({"error":"request failed: bad \\xFF","reply":"error"})"
+                            "\n");
+  EXPECT_EQ(ControlServer::replyLine(nlohmann::json{{"k\xC0", {"\xE2\x82", "€"}}}),
+            R"({"k\\xC0":["\\xE2\\x82","€"]})"
+            "\n");
+}
+
+TEST_F(ControlServerTest, RefusesAFolderThatAnotherUserCouldWrite) {
+  const std::string folder = dir_ + "/ctl";
+  struct Row {
+    uid_t owner;
+    mode_t mode;
+    std::string why;
+  } rows[] = {
+      {65534, 0700,
+       folder + ": owned by uid 65534, not by root: its owner could replace the socket"},
+      {0, 0770,
+       folder + ": writable by group or others (mode 0770): they could replace the socket"},
+      {0, 0702,
+       folder + ": writable by group or others (mode 0702): they could replace the socket"},
+      {0, 0755, ""},
+  };
+  for (const Row& r : rows) {
+    ASSERT_EQ(::mkdir(folder.c_str(), r.mode), 0);
+    ASSERT_EQ(::chmod(folder.c_str(), r.mode), 0);  // past the umask
+    ASSERT_EQ(::chown(folder.c_str(), r.owner, 0), 0);
+    ControlServer s(loop.loop(), folder + "/control.sock", [](const std::string&) { return ""; });
+    std::string why;
+    EXPECT_EQ(s.doListen(why), r.why.empty()) << why;
+    EXPECT_EQ(why, r.why);
+    std::filesystem::remove_all(folder);
+  }
+  ::symlink(dir_.c_str(), folder.c_str());
+  ControlServer s(loop.loop(), folder + "/control.sock", [](const std::string&) { return ""; });
+  std::string why;
+  EXPECT_FALSE(s.doListen(why));
+  EXPECT_EQ(why, folder + ": is a symbolic link; name the folder itself");
 }
 
 TEST_F(ControlServerTest, RefusesASocketOnWhichAnAgentAnswersAndReplacesAStaleOne) {
