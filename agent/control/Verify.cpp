@@ -1,5 +1,6 @@
 #include "agent/control/Verify.h"
 
+#include <cctype>
 #include <cstdio>
 #include <map>
 #include <set>
@@ -68,6 +69,36 @@ Acl::RuleView normalArp(Acl::RuleView r) {
 
 Acl::RuleView pairRule(const Acl::ExpectedPair& p, const char* target) {
   return {p.tool, p.ns, target, p.address, p.dev, "", "", ""};
+}
+
+// What iptables/arptables and the kernel take as an interface name, less
+// anything a listing could not show unambiguously: 1-15 bytes, printable
+// ASCII, no blank, '/', ':' or quote, not starting like an option.
+bool interfaceNameOk(const std::string& s) {
+  if (s.empty() || s.size() > 15 || s == "." || s == ".." || s[0] == '-' || s[0] == '!')
+    return false;
+  for (unsigned char c : s)
+    if (c <= ' ' || c >= 0x7f || c == '/' || c == ':' || c == '"' || c == '\'' || c == '\\' ||
+        c == '$' || c == '`' || c == ';' || c == '&' || c == '|' || c == '<' || c == '>' ||
+        c == '(' || c == ')' || c == '*' || c == '?' || c == '[' || c == ']' || c == '~' ||
+        c == '{' || c == '}')
+      return false;
+  return true;
+}
+
+// Words a shell would take as they are: the repair's delete line pastes them.
+bool plainWord(const std::string& s) {
+  if (s.empty()) return false;
+  for (unsigned char c : s)
+    if (!std::isalnum(c) && c != '.' && c != ':' && c != '/' && c != '_' && c != '-') return false;
+  return true;
+}
+
+bool nameable(const Acl::RuleView& r) {
+  if (!interfaceNameOk(r.dev)) return false;
+  for (const std::string* w : {&r.target, &r.address, &r.subnet, &r.srcIp, &r.mac})
+    if (!w->empty() && !plainWord(*w)) return false;
+  return true;
 }
 
 std::string pairKey(const Acl::ExpectedPair& p) {
@@ -190,7 +221,11 @@ VerifyResult doVerify(Acl::PluginView& view, const ReadBack& readBack, bool repa
       ++result.readded;
     }
     for (const Acl::RuleView& r : d.extra) {
-      if (view.ruleDel(r) == 0)
+      if (!nameable(r)) {
+        std::fprintf(stderr, "acl-agent: verify: %s: left alone, cannot be named safely: %s\n",
+                     d.ns.c_str(), ruleText(r).c_str());
+        ++result.repairFailed;
+      } else if (view.ruleDel(r) == 0)
         ++result.removed;
       else
         ++result.repairFailed;
