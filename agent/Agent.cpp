@@ -134,9 +134,9 @@ bool AclAgent::doChooseApplier() {
     return true;
   }
   if (options_.apply == Options::Apply::batch)
-    applier_ = new BatchApplier(applyStats_);
+    applier_ = new BatchApplier(applyStats_, runRestore, &knownAbsent_);
   else
-    applier_ = new PerLineApplier(applyStats_);
+    applier_ = new PerLineApplier(applyStats_, &knownAbsent_);
   return true;
 }
 
@@ -285,13 +285,18 @@ bool AclAgent::doOpenControl() {
 
 std::string AclAgent::handleControlRequest(const std::string& request) {
   facts_.uptime = loop_->now() - startedAt_;
-  return Control::answerRequest(
-      request, {context_ ? context_->pluginView().ptr() : nullptr, &applyStats_, facts_,
-                [this](const std::string& line) { return doReadBack(line); }});
+  return Control::answerRequest(request, {context_ ? context_->pluginView().ptr() : nullptr,
+                                          &applyStats_, facts_, verifyInputs()});
 }
 
-std::optional<std::string> AclAgent::doReadBack(const std::string& line) {
-  return Control::readBackCommand(line, applyStats_);
+Control::VerifyInputs AclAgent::verifyInputs() {
+  auto command = [this](const std::string& ns, const std::vector<std::string>& argv,
+                        std::string* out) {
+    return runner_.commandIs(ns == "default" ? Dravo::DEFAULT_NS : Dravo::NamespaceName(ns), argv,
+                             {}, out);
+  };
+  return {command, Control::namespaceExists,
+          [this](const std::string& line) { knownAbsent_.lineIs(line); }, &verifiedNs_};
 }
 
 void AclAgent::doVerifyByItself() {
@@ -300,8 +305,7 @@ void AclAgent::doVerifyByItself() {
   if (options_.dryRun || !view) return;
   Control::VerifyResult r;
   try {
-    r = Control::doVerify(
-        *view, [this](const std::string& line) { return doReadBack(line); }, options_.repair);
+    r = Control::doVerify(*view, verifyInputs(), options_.repair);
   } catch (const std::exception& e) {
     std::cerr << "acl-agent: verify failed: " << e.what() << "\n";
     return;
@@ -312,9 +316,8 @@ void AclAgent::doVerifyByItself() {
     if (!d.error.empty())
       std::cerr << d.error;
     else
-      std::cerr << d.missing.size() + d.missingArp.size() << " missing, " << d.misordered.size()
-                << " misordered, " << d.extra.size() << " extra"
-                << (options_.repair ? ", repair queued" : "");
+      std::cerr << d.missing.size() << " missing, " << d.misordered.size() << " misordered, "
+                << d.extra.size() << " extra" << (options_.repair ? ", repair queued" : "");
     std::cerr << "\n";
   }
 }

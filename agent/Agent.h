@@ -43,14 +43,18 @@
 #include <fstream>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "agent/Options.h"
 #include "agent/Publisher.h"
 #include "agent/apply/ApplyStats.h"
+#include "agent/apply/KnownAbsent.h"
+#include "agent/apply/Runner.h"
 #include "agent/control/ControlServer.h"
 #include "agent/control/Status.h"
+#include "agent/control/Verify.h"
 #include "platform/acl/CommandApplier.h"
 #include "platform/acl/PluginLoader.h"
 #include "platform/kiv/ActivityManager.h"
@@ -86,9 +90,8 @@ class AclAgent {
   void handleStateDirEvents();
   bool doOpenControl();
   std::string handleControlRequest(const std::string& request);
-  // Runs one read-back command and returns its output; nullopt when it
-  // failed. Counted in applyStats_ like every other command.
-  std::optional<std::string> doReadBack(const std::string& line);
+  // What verify runs its commands with (runner_, no shell) and remembers.
+  Control::VerifyInputs verifyInputs();
   void doVerifyByItself();
 
   Options options_;
@@ -96,6 +99,9 @@ class AclAgent {
   Kiv::Ptr<Mirel::EntityManager> em_;
   std::unique_ptr<Publisher> publisher_;
   ApplyStats applyStats_;
+  Runner runner_{applyStats_};
+  KnownAbsent knownAbsent_;           // delete lines verify --repair knows will fail
+  std::set<std::string> verifiedNs_;  // every namespace verify has read
   std::ofstream dryRunFile_;
   Kiv::Ptr<Acl::CommandApplier> applier_;
   Kiv::Ptr<Acl::PluginContext> context_;

@@ -9,18 +9,23 @@
 #include <ostream>
 
 #include "agent/apply/ApplyStats.h"
+#include "agent/apply/KnownAbsent.h"
 #include "platform/acl/CommandApplier.h"
 
 namespace Agent {
 
 class PerLineApplier : public Acl::CommandApplier {
  public:
-  explicit PerLineApplier(ApplyStats& stats) : stats_(stats) {}
-  // Runs the line at once; the plug-in reports a failure itself.
+  // `absent` (may be null) must outlive the applier.
+  explicit PerLineApplier(ApplyStats& stats, KnownAbsent* absent = nullptr)
+      : stats_(stats), absent_(absent) {}
+  // Runs the line at once; the plug-in reports a failure itself. A failed
+  // line known absent counts as succeeded.
   int lineIs(const std::string& line, FailureReport report) override;
 
  private:
   ApplyStats& stats_;
+  KnownAbsent* absent_;
 };
 
 class DryRunApplier : public Acl::CommandApplier {

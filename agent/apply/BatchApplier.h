@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "agent/apply/ApplyStats.h"
+#include "agent/apply/KnownAbsent.h"
 #include "agent/apply/RestoreRunner.h"
 #include "platform/acl/CommandApplier.h"
 
@@ -36,8 +37,11 @@ class BatchApplier : public Acl::CommandApplier {
   // Runs a restore command with its input; returns a system()-style status.
   using Restore = std::function<int(const std::string& command, const std::string& input)>;
 
-  explicit BatchApplier(ApplyStats& stats, Restore restore = runRestore)
-      : stats_(stats), restore_(std::move(restore)) {}
+  // `absent` (may be null) must outlive the applier: a line run by itself
+  // that fails but is known absent counts as succeeded.
+  explicit BatchApplier(ApplyStats& stats, Restore restore = runRestore,
+                        KnownAbsent* absent = nullptr)
+      : stats_(stats), restore_(std::move(restore)), absent_(absent) {}
   // Takes a line with a report for later (returns 0); runs one without.
   int lineIs(const std::string& line, FailureReport report) override;
   void doApplyPending() override;
@@ -64,6 +68,7 @@ class BatchApplier : public Acl::CommandApplier {
 
   ApplyStats& stats_;
   Restore restore_;
+  KnownAbsent* absent_;
   std::vector<Group> groups_;
   std::map<GroupKey, std::size_t> groupIndex_;
   // (namespace, arptables rule) -> (group, entry) of its add still pending.
