@@ -1,6 +1,6 @@
 #include "AclPlugin/view/SmView.h"
 
-#include <map>
+#include <algorithm>
 #include <set>
 
 #include "AclPlugin/firewall/ArptablesRules.h"
@@ -20,22 +20,24 @@ std::string toolOf(const Dravo::IpGenAddr& a) {
 
 // One virtual IP as the inputs and the records know it, either family.
 struct VipFacts {
+  VrfIpPair vrfIp;
   VrfIpWithMaskPair key;  // the backlog's key (IPv6: the full-length mask)
   Dravo::NamespaceName inputNs;
-  bool hasInput = false;
-  std::map<std::string, const Kiv::String8*> inputIntfs;  // id -> value
+  std::vector<std::pair<std::string, const Kiv::String8*>> inputIntfs;  // id -> value
 };
 
-// Every virtual IP of the inputs, then every record without an input.
-std::map<VrfIpPair, VipFacts> vipFacts(const VirtualIpArpTablesSm& sm) {
-  std::map<VrfIpPair, VipFacts> out;
+// Every virtual IP of the inputs, then every record without an input, in
+// the order of their VRF and address. One pass each: status and verify
+// stay linear in the number of virtual IPs.
+std::vector<VipFacts> vipFacts(const VirtualIpArpTablesSm& sm) {
+  std::vector<VipFacts> out;
+  Kiv::HashMap<VrfIpPair, bool> seen;
   auto take = [&](const VrfIpWithMaskPair& key, const auto& entry) {
-    VipFacts& f = out[key.vrfIp()];
-    f.key = key;
-    f.inputNs = entry->netNs();
-    f.hasInput = true;
+    if (!seen.insert(key.vrfIp(), true).second) return;
+    VipFacts f{key.vrfIp(), key, entry->netNs(), {}};
     for (auto it = entry->intfIdSetIterator(); it; ++it)
-      f.inputIntfs[it.key().stringValue().stdString()] = &it.value();
+      f.inputIntfs.emplace_back(it.key().stringValue().stdString(), &it.value());
+    out.push_back(std::move(f));
   };
   if (Kiv::Ptr<const VirtualIpStatus> v4 = sm.virtualIpStatus())
     for (auto it = v4->virtualIpIterator(); it; ++it) take(it.key(), it.value());
@@ -43,11 +45,30 @@ std::map<VrfIpPair, VipFacts> vipFacts(const VirtualIpArpTablesSm& sm) {
     for (auto it = v6->virtualIpIterator(); it; ++it)
       take(VrfIpWithMaskPair(it.key().vrfName(), Dravo::IpGenAddrWithMask(it.key().ipAddr())),
            it.value());
-  for (auto it = sm.localVipIterator(); it; ++it) {
-    if (out.contains(it.key())) continue;
-    out[it.key()].key =
-        VrfIpWithMaskPair(it.key().vrfName(), Dravo::IpGenAddrWithMask(it.key().ipAddr()));
-  }
+  for (auto it = sm.localVipIterator(); it; ++it)
+    if (!seen.contains(it.key()))
+      out.push_back(
+          {it.key(),
+           VrfIpWithMaskPair(it.key().vrfName(), Dravo::IpGenAddrWithMask(it.key().ipAddr())),
+           {},
+           {}});
+  std::sort(out.begin(), out.end(),
+            [](const VipFacts& a, const VipFacts& b) { return a.vrfIp < b.vrfIp; });
+  return out;
+}
+
+// The interfaces of a virtual IP: its input's and its record's, sorted.
+std::vector<std::string> intfsOf(const VipFacts& f, const LocalVipStatus* local, bool inputs,
+                                 bool unwantedToo) {
+  std::vector<std::string> out;
+  if (inputs)
+    for (const auto& [id, value] : f.inputIntfs)
+      if (unwantedToo || value->empty()) out.push_back(id);
+  if (local)
+    for (auto it = local->intfIdSetIterator(); it; ++it)
+      out.push_back(it.key().stringValue().stdString());
+  std::sort(out.begin(), out.end());
+  out.erase(std::unique(out.begin(), out.end()), out.end());
   return out;
 }
 
@@ -79,25 +100,22 @@ std::string currentDev(const VirtualIpArpTablesSm& sm, const std::string& intf) 
 
 std::vector<Acl::VipView> SmView::virtualIps() const {
   std::vector<Acl::VipView> out;
-  for (const auto& [vrfIp, f] : vipFacts(*sm_)) {
+  for (const VipFacts& f : vipFacts(*sm_)) {
+    const VrfIpPair& vrfIp = f.vrfIp;
     Kiv::Ptr<LocalVipStatus> local = sm_->localVip(vrfIp);
     Acl::VipView v;
     v.vrf = vrfIp.vrfName().stringValue().stdString();
     v.ns = nsName(local ? local->netNs() : f.inputNs);
     v.prefix = vrfIp.ipAddr().isV6() ? vrfIp.ipAddr().stringValue().stdString()
                                      : f.key.ipWithMask().stringValue().stdString();
-    std::set<std::string> intfs;
-    for (const auto& [id, value] : f.inputIntfs) intfs.insert(id);
-    if (local)
-      for (auto it = local->intfIdSetIterator(); it; ++it)
-        intfs.insert(it.key().stringValue().stdString());
-    for (const std::string& id : intfs) {
+    for (const std::string& id : intfsOf(f, local.ptr(), true, true)) {
       Acl::VipIntfView i;
       i.intf = id;
       i.installed = local && local->intfIdSetHas(Dravo::IntfId(id));
       i.dev = i.installed ? local->intfIdSet(Dravo::IntfId(id)).stdString() : currentDev(*sm_, id);
       i.queued = queued(*sm_, f.key, id);
-      auto in = f.inputIntfs.find(id);
+      auto in = std::find_if(f.inputIntfs.begin(), f.inputIntfs.end(),
+                             [&](const auto& x) { return x.first == id; });
       i.unwanted = in == f.inputIntfs.end() || !in->second->empty();
       v.intfs.push_back(std::move(i));
     }
@@ -133,18 +151,13 @@ Acl::Expected SmView::expected() const {
     for (auto it = vrfs->vrfIterator(); it; ++it)
       if (it.value()->state() == Ip::VrfState::active)
         namespaces.insert(nsName(it.value()->netNs()));
-  for (const auto& [vrfIp, f] : vipFacts(*sm_)) {
+  for (const VipFacts& f : vipFacts(*sm_)) {
+    const VrfIpPair& vrfIp = f.vrfIp;
     Kiv::Ptr<LocalVipStatus> local = sm_->localVip(vrfIp);
     const bool usable = sm_->netNsUsable(vrfIp.vrfName());
-    std::set<std::string> intfs;
-    for (const auto& [id, value] : f.inputIntfs)
-      if (value->empty() && usable) intfs.insert(id);
-    if (local)
-      for (auto it = local->intfIdSetIterator(); it; ++it)
-        intfs.insert(it.key().stringValue().stdString());
     const auto family = vrfIp.ipAddr().isV6() ? Firewall::Family::v6 : Firewall::Family::v4;
     const Kiv::String8 address = vrfIp.ipAddr().stringValue();
-    for (const std::string& id : intfs) {
+    for (const std::string& id : intfsOf(f, local.ptr(), usable, false)) {
       Acl::ExpectedPair p;
       p.installed = local && local->intfIdSetHas(Dravo::IntfId(id));
       // What is installed follows the record; what is still to come, the inputs.

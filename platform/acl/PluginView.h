@@ -68,9 +68,9 @@ struct Expected {
 
 // One rule of a listing that is the plug-in's kind (it would flush it).
 struct ListedRule {
-  std::string key;       // as ExpectedRule::key
-  std::string line;      // as listed
-  std::size_t position;  // 1-based in its chain
+  std::string key;           // as ExpectedRule::key
+  std::string line;          // as listed
+  std::size_t position = 0;  // 1-based in its chain
   // The words (no namespace prefix) that delete exactly this rule; empty
   // when it cannot be named safely, `unsafe` then says why.
   std::vector<std::string> deleteArgv;
