@@ -15,7 +15,8 @@
 // for its field (addresses parse with their length, interface names as the
 // kernel takes them and without anything a listing shows ambiguously).
 // iptables rules are named by position, checked again just before the delete;
-// arptables rules by their whole specification in the plug-in's dialect.
+// arptables rules by all their words (every match and target option) in the
+// plug-in's dialect.
 // Pure functions; never throw.
 #pragma once
 

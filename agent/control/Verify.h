@@ -12,8 +12,8 @@
 // leftovers anywhere show; one that no longer exists is forgotten.
 //
 // Repair: an extra rule is deleted by the words the plug-in's parser gives
-// (iptables by position, checked again just before; arptables by its whole
-// specification), run as an argument vector, never through a shell; a rule
+// (iptables by position, checked again just before; arptables by all its
+// match and target words), run as an argument vector, never through a shell; a rule
 // that cannot be named safely is reported and left alone, with one stderr
 // line. Deletes in one chain run from the last position to the first. Then
 // every pair with a missing or misordered rule is queued in the plug-in's
