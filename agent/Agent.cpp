@@ -69,9 +69,8 @@ bool AclAgent::doStart() {
       *loop_,
       Control::ControlConfig{options_.controlPath, options_.verifyEvery, options_.repair,
                              options_.dryRun},
-      Control::ControlInputs{
-          [this] { return pluginView(); }, &applyStats_, [this] { return agentFacts(); },
-          [this](const std::string& line) { return Control::readBackCommand(line, applyStats_); }});
+      Control::ControlInputs{[this] { return pluginView(); }, &applyStats_,
+                             [this] { return agentFacts(); }, verifyInputs()});
   if (!control_->doOpen()) return false;
   // Signals first: one during start-up waits for the loop.
   signals_ = std::make_unique<Service::Signals>(
@@ -131,6 +130,15 @@ bool AclAgent::doLoadPlugins() {
   if (Acl::DefaultPluginLoader().initCallerCount() == 0)
     std::cerr << "acl-agent: warning: no plug-in registered with the loader\n";
   return true;
+}
+
+Control::VerifyInputs AclAgent::verifyInputs() {
+  auto command = [this](const std::string& ns, const std::vector<std::string>& argv,
+                        std::string* out) {
+    return runner_.commandIs(Dravo::NamespaceName(ns), argv, {}, out);
+  };
+  return {command, Control::namespaceExists,
+          [this](const std::string& line) { knownAbsent_.lineIs(line); }, nullptr};
 }
 
 Acl::PluginView* AclAgent::pluginView() const {

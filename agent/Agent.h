@@ -62,6 +62,9 @@ class AclAgent {
   bool doLoadPlugins();
   void doTurn();
   Acl::PluginView* pluginView() const;
+  // What verify runs its commands with (the runner, no shell) and tells
+  // which delete lines will fail.
+  Control::VerifyInputs verifyInputs();
   Control::AgentFacts agentFacts() const;
 
   Options options_;

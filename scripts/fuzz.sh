@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Fuzzes the key text parsers and the state-document parser with libFuzzer
+# Fuzzes the key text parsers, the state-document parser and the plug-in's
+# listing parser (iptables -S and arptables -L lines) with libFuzzer
 # (clang, AddressSanitizer, leak checking).
 #
 #   scripts/fuzz.sh [RUNS]        each target for RUNS inputs (default 200000)
@@ -8,7 +9,8 @@
 # Builds in build/fuzz. The state documents start from tests/fuzz/corpus/state
 # (new finds go to build/fuzz/corpus, never into the repo). A fault leaves
 # crash-* in build/fuzz/findings, which the target's driver replays:
-# `build/fuzz/bin/state_document_fuzz_driver FILE` (or key_parser_fuzz_driver).
+# `build/fuzz/bin/state_document_fuzz_driver FILE` (or key_parser_fuzz_driver;
+# listing_parser_fuzzer replays a file given to it).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 limit=(-runs="${1:-200000}")
@@ -22,12 +24,14 @@ dir=build/fuzz
 CC=clang CXX=clang++ cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DFHRP_FUZZ=ON -DFHRP_SANITIZE=ON -DCMAKE_CXX_FLAGS=-fsanitize=fuzzer-no-link >/dev/null
 cmake --build "$dir" -j "$(nproc)" --target key_parser_fuzzer key_parser_fuzz_driver \
-  state_document_fuzzer
+  state_document_fuzzer listing_parser_fuzzer
 
-mkdir -p "$dir/corpus/keys" "$dir/corpus/state" "$dir/findings"
+mkdir -p "$dir/corpus/keys" "$dir/corpus/state" "$dir/corpus/listing" "$dir/findings"
 "$dir/bin/key_parser_fuzz_driver" --write-seeds "$dir/corpus/keys"
 export ASAN_OPTIONS=detect_leaks=1
 "$dir/bin/key_parser_fuzzer" "${limit[@]}" -max_len=4096 -artifact_prefix="$dir/findings/" \
   "$dir/corpus/keys"
 "$dir/bin/state_document_fuzzer" "${limit[@]}" -max_len=8192 -dict=tests/fuzz/state.dict \
   -artifact_prefix="$dir/findings/" "$dir/corpus/state" tests/fuzz/corpus/state
+"$dir/bin/listing_parser_fuzzer" "${limit[@]}" -max_len=4096 -artifact_prefix="$dir/findings/" \
+  "$dir/corpus/listing" tests/fuzz/corpus/listing

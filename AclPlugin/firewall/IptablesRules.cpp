@@ -47,7 +47,7 @@ Kiv::String8 iptablesRuleLine(const Dravo::NamespaceName& ns, Family family, Ver
   const bool accept = target == Target::accept;
   return namespacePrefix(ns) + toolName(family) + " -t mangle " + verbFlag(verb) +
          " PREROUTING -p " + (accept ? icmp : "all") + " -d " + address + " -i " + dev +
-         " -m comment --comment \"KESTEL ADDED\" -j " + (accept ? "ACCEPT" : "DROP") +
+         " -m comment --comment \"" + ruleComment + "\" -j " + (accept ? "ACCEPT" : "DROP") +
          verbTail(verb);
 }
 

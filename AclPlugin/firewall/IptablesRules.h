@@ -15,6 +15,9 @@
 
 namespace Routing::Fhrp::Firewall {
 
+// The comment that marks every rule of the plug-in.
+inline constexpr char ruleComment[] = "KESTEL ADDED";
+
 enum class Family { v4, v6 };
 enum class Target { accept, drop };
 

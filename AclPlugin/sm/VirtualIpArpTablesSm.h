@@ -126,6 +126,9 @@ class VirtualIpArpTablesSm : public Kiv::PtrInterface {
     return backlog_.iterator();
   }
   std::size_t virtualIpBacklogCollectionSize() const { return backlog_.size(); }
+  bool virtualIpBacklogCollectionHas(const VirtualIpBacklogKey& key) const {
+    return backlog_.contains(key);
+  }
   void newVirtualIpBacklogCollection(const VirtualIpBacklogKey& key, bool value);
   void virtualIpBacklogCollectionIs(const VirtualIpBacklogKey& key, bool value);
   void virtualIpBacklogCollectionDel(const VirtualIpBacklogKey& key);
@@ -167,6 +170,8 @@ class VirtualIpArpTablesSm : public Kiv::PtrInterface {
   void handleLumoVirtualMac();
   void handleVrfStatus(L3::VrfName vrfName);
   bool doesNetNsExistsForVrf(L3::VrfName vrfName);
+  // doesNetNsExistsForVrf's answer, without its trace.
+  bool netNsUsable(const L3::VrfName& vrfName) const;
 
   // Backlog pacing: queue a pair; drain one slice of at most maxProcessTime.
   void doWriteToBacklog(const VrfIpWithMaskPair& vrfIpWithMask, Dravo::IntfId intfId);

@@ -26,6 +26,10 @@ void VirtualIpArpTablesSm::handleVrfStatus(L3::VrfName vrfName) {
 
 bool VirtualIpArpTablesSm::doesNetNsExistsForVrf(L3::VrfName vrfName) {
   FHRP_TRACE(8, "bool Routing::Fhrp::VirtualIpArpTablesSm::doesNetNsExistsForVrf(L3::VrfName)");
+  return netNsUsable(vrfName);
+}
+
+bool VirtualIpArpTablesSm::netNsUsable(const L3::VrfName& vrfName) const {
   Kiv::Ptr<const Ip::VrfStatusLocal> vrf = vrfEntry(allVrfStatusLocal(), vrfName);
   if (vrfName == L3::DEFAULT_VRF) return true;
   // Trusts the VRF status; the kernel is not probed.

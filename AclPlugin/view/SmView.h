@@ -1,7 +1,14 @@
 // The plug-in's read-only view for the host (platform/acl/PluginView.h):
-// reads the state machine's inputs, records and backlog, and repairs only
-// through the state machine's own backlog and rule operations. It decides
+// reads the state machine's inputs, records and backlog, asks the state
+// machine's own predicates, and makes and reads rule keys with the plug-in's
+// own line builders and listing parser (firewall/RuleListing.h). It decides
 // nothing itself and runs no command unless asked to repair.
+//
+// Repairs go through the backlog (pairQueueIs): the usual decision removes
+// and re-adds the pair, with its usual traces and logs. The one exception:
+// an arptables rule missing under an unchanged subnet record. The backlog's
+// decision leaves such a record alone, so ruleIs() adds the rule again with
+// the plug-in's own add operation (a failure is logged as any failed add).
 #pragma once
 
 #include "AclPlugin/sm/VirtualIpArpTablesSm.h"
@@ -16,13 +23,13 @@ class SmView : public Acl::PluginView {
   std::vector<Acl::VipView> virtualIps() const override;
   std::vector<Acl::SubnetView> subnets() const override;
   Acl::BacklogView backlog() const override;
-  std::vector<Acl::ExpectedPair> expectedPairs() const override;
-  std::vector<Acl::RuleView> expectedArpRules() const override;
-  // As IptablesRules.h writes it.
-  std::string ruleComment() const override { return "KESTEL ADDED"; }
+  Acl::Expected expected() const override;
+  std::vector<std::string> tools() const override;
+  std::vector<std::string> listingArgv(const std::string& tool) const override;
+  std::vector<Acl::ListedRule> listedRules(const std::string& tool,
+                                           const std::string& listing) const override;
   bool pairQueueIs(const Acl::ExpectedPair& pair) override;
-  void arpRuleIs(const Acl::RuleView& rule) override;
-  int ruleDel(const Acl::RuleView& rule) override;
+  bool ruleIs(const Acl::ExpectedRule& rule) override;
 
  private:
   Kiv::Ptr<VirtualIpArpTablesSm> sm_;

@@ -1,9 +1,12 @@
-// Delete lines whose rule is known to be gone already. When repair queues a
-// pair again whose rule verify found missing, the plug-in's decision first
-// runs its delete line for that rule; that delete can only fail, and its
-// failure says nothing wrong, so it is not reported: each applier asks here
-// before it counts a failed line as failed. One registration covers one
-// run of the line. Event-loop thread only.
+// Plug-in delete lines known to fail because their rule is already gone.
+// verify --repair registers the delete line of each rule it found missing
+// before it queues the rule's pair: the plug-in's decision deletes the pair
+// before it adds it again, and that one failure means the rule is gone, not
+// that something is wrong. The appliers take such a failed line as success.
+//
+// One-shot: a line is forgiven once per registration. At most `limit` lines
+// are held; beyond that a registration is dropped (the failure is then logged
+// as usual). Event-loop thread only.
 #pragma once
 
 #include <map>
@@ -13,14 +16,16 @@ namespace Agent {
 
 class KnownAbsent {
  public:
-  // The plug-in's exact delete line of a rule that is missing.
-  void lineIs(const std::string& line) { ++lines_[line]; }
-  // True (once per registration) when `line` was registered.
+  static constexpr std::size_t limit = 4096;
+
+  void lineIs(const std::string& line);
+  // True (and forgotten) when `line` was registered: its failure is success.
   bool take(const std::string& line);
-  std::size_t size() const { return lines_.size(); }
+  std::size_t size() const { return count_; }
 
  private:
   std::map<std::string, std::size_t> lines_;
+  std::size_t count_ = 0;
 };
 
 }  // namespace Agent

@@ -6,7 +6,9 @@ namespace Agent::Control {
 
 ControlService::ControlService(Kiv::ActivityManager& loop, ControlConfig config,
                                ControlInputs inputs)
-    : loop_(loop), config_(std::move(config)), inputs_(std::move(inputs)) {}
+    : loop_(loop), config_(std::move(config)), inputs_(std::move(inputs)) {
+  inputs_.verify.seen = &verifiedNs_;
+}
 
 ControlService::~ControlService() {
   loop_.timerDel(verifyTimer_);
@@ -26,7 +28,7 @@ bool ControlService::doOpen() {
 }
 
 std::string ControlService::handleRequest(const std::string& request) {
-  return answerRequest(request, {inputs_.view(), inputs_.stats, inputs_.facts(), inputs_.readBack});
+  return answerRequest(request, {inputs_.view(), inputs_.stats, inputs_.facts(), inputs_.verify});
 }
 
 void ControlService::doScheduleVerify() {
@@ -45,7 +47,7 @@ void ControlService::doVerifyByItself() {
   if (!view) return;
   VerifyResult r;
   try {
-    r = doVerify(*view, inputs_.readBack, config_.repair);
+    r = doVerify(*view, inputs_.verify, config_.repair);
   } catch (const std::exception& e) {
     std::cerr << "acl-agent: verify failed: " << e.what() << "\n";
     return;
@@ -56,9 +58,8 @@ void ControlService::doVerifyByItself() {
     if (!d.error.empty())
       std::cerr << d.error;
     else
-      std::cerr << d.missing.size() + d.missingArp.size() << " missing, " << d.misordered.size()
-                << " misordered, " << d.extra.size() << " extra"
-                << (config_.repair ? ", repair queued" : "");
+      std::cerr << d.missing.size() << " missing, " << d.misordered.size() << " misordered, "
+                << d.extra.size() << " extra" << (config_.repair ? ", repair queued" : "");
     std::cerr << "\n";
   }
 }

@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "agent/apply/ApplyStats.h"
@@ -32,7 +33,9 @@ struct ControlInputs {
   std::function<Acl::PluginView*()> view;  // null until the plug-in is ready
   const ApplyStats* stats = nullptr;
   std::function<AgentFacts()> facts;
-  ReadBack readBack;
+  // Runs verify's commands (no shell) and takes the delete lines it knows
+  // will fail; `seen` is kept by the service itself.
+  VerifyInputs verify;
 };
 
 class ControlService {
@@ -55,6 +58,7 @@ class ControlService {
   ControlInputs inputs_;
   std::unique_ptr<ControlServer> server_;
   Kiv::ActivityManager::TimerId verifyTimer_ = 0;
+  std::set<std::string> verifiedNs_;  // every namespace verify has read
 };
 
 }  // namespace Agent::Control

@@ -1,7 +1,5 @@
 #include "agent/control/Requests.h"
 
-#include <cstdio>
-
 #include "agent/control/ControlServer.h"
 
 namespace Agent::Control {
@@ -20,7 +18,7 @@ std::string doAnswer(const std::string& text, const Services& s) {
   if (s.facts.dryRun)
     return ControlServer::errorReply("dry run: nothing is installed to read back");
   if (!s.view) return ControlServer::errorReply("the plug-in is not ready yet");
-  return ControlServer::replyLine(verifyJson(doVerify(*s.view, s.readBack, repair)));
+  return ControlServer::replyLine(verifyJson(doVerify(*s.view, s.verify, repair)));
 }
 
 }  // namespace
@@ -31,22 +29,6 @@ std::string answerRequest(const std::string& request, const Services& services) 
   } catch (const std::exception& e) {
     return ControlServer::errorReply(std::string("request failed: ") + e.what());
   }
-}
-
-std::optional<std::string> readBackCommand(const std::string& line, ApplyStats& stats) {
-  FILE* p = ::popen((line + " 2>/dev/null").c_str(), "r");
-  if (!p) {
-    stats.ranIs(line, -1);
-    return std::nullopt;
-  }
-  std::string out;
-  char buf[4096];
-  std::size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-  const int status = ::pclose(p);
-  stats.ranIs(line, status);
-  if (status != 0) return std::nullopt;
-  return out;
 }
 
 }  // namespace Agent::Control

@@ -17,14 +17,10 @@ struct Services {
   Acl::PluginView* view = nullptr;  // null until the plug-in's state machine exists
   const ApplyStats* stats = nullptr;
   AgentFacts facts;
-  ReadBack readBack;
+  VerifyInputs verify;
 };
 
 // One reply line (JSON and a newline).
 std::string answerRequest(const std::string& request, const Services& services);
-
-// Runs a read-back command (popen) and counts it in `stats`; its output, or
-// nullopt when it failed.
-std::optional<std::string> readBackCommand(const std::string& line, ApplyStats& stats);
 
 }  // namespace Agent::Control

@@ -1,214 +1,184 @@
 #include "agent/control/Verify.h"
 
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cstdio>
 #include <map>
-#include <set>
-#include <sstream>
+
+#include "platform/dravo/SocketAt.h"
 
 namespace Agent::Control {
 
 namespace {
 
-// Words of a listed rule; a double-quoted word (iptables quotes a comment
-// with spaces) is one word without its quotes.
-std::vector<std::string> words(const std::string& line) {
-  std::vector<std::string> out;
-  std::size_t i = 0;
-  while (i < line.size()) {
-    if (std::isspace(static_cast<unsigned char>(line[i]))) {
-      ++i;
-      continue;
-    }
-    std::string w;
-    if (line[i] == '"') {
-      const std::size_t end = line.find('"', i + 1);
-      w = line.substr(i + 1, end == std::string::npos ? std::string::npos : end - i - 1);
-      i = end == std::string::npos ? line.size() : end + 1;
+// A listed text as one printable line: control and non-ASCII bytes as \xNN.
+std::string shown(const std::string& s) {
+  std::string out;
+  for (unsigned char c : s) {
+    if (c >= ' ' && c < 0x7f) {
+      out += char(c);
     } else {
-      while (i < line.size() && !std::isspace(static_cast<unsigned char>(line[i]))) w += line[i++];
+      char hex[5];
+      std::snprintf(hex, sizeof hex, "\\x%02X", c);
+      out += hex;
     }
-    out.push_back(std::move(w));
   }
   return out;
-}
-
-std::string valueAfter(const std::vector<std::string>& w, const std::string& opt) {
-  for (std::size_t i = 0; i + 1 < w.size(); ++i)
-    if (w[i] == opt) return w[i + 1];
-  return {};
-}
-
-// "a.b.c.d/255.255.255.0" as "a.b.c.d/24"; anything else as it is.
-std::string prefixText(const std::string& s) {
-  const std::size_t slash = s.find('/');
-  if (slash == std::string::npos || s.find('.', slash) == std::string::npos) return s;
-  unsigned a, b, c, d, bits = 0;
-  if (std::sscanf(s.c_str() + slash + 1, "%u.%u.%u.%u", &a, &b, &c, &d) != 4) return s;
-  for (unsigned octet : {a, b, c, d})
-    for (int i = 7; i >= 0; --i) bits += (octet >> i) & 1;
-  return s.substr(0, slash + 1) + std::to_string(bits);
-}
-
-// Six hex bytes, lower case, two digits each: listings may drop zeros.
-std::string macText(const std::string& s) {
-  unsigned b[6];
-  if (std::sscanf(s.c_str(), "%x:%x:%x:%x:%x:%x", &b[0], &b[1], &b[2], &b[3], &b[4], &b[5]) != 6)
-    return s;
-  char out[18];
-  std::snprintf(out, sizeof out, "%02x:%02x:%02x:%02x:%02x:%02x", b[0], b[1], b[2], b[3], b[4],
-                b[5]);
-  return out;
-}
-
-Acl::RuleView normalArp(Acl::RuleView r) {
-  r.subnet = prefixText(r.subnet);
-  r.mac = macText(r.mac);
-  return r;
-}
-
-Acl::RuleView pairRule(const Acl::ExpectedPair& p, const char* target) {
-  return {p.tool, p.ns, target, p.address, p.dev, "", "", ""};
 }
 
 std::string pairKey(const Acl::ExpectedPair& p) {
   return p.vrf + " " + p.prefix + " " + p.intf;
 }
 
+// Deletes one extra rule by the words the plug-in's parser gave; false
+// (with the reason on stderr) when it stays.
+bool doRemove(const VerifyInputs& in, const std::string& ns, const ExtraRule& e) {
+  const Acl::ListedRule& r = e.rule;
+  auto leftAlone = [&](const std::string& why) {
+    std::fprintf(stderr, "acl-agent: verify: %s: left alone (%s): %s %s\n", ns.c_str(),
+                 shown(why).c_str(), e.tool.c_str(), shown(r.line).c_str());
+    return false;
+  };
+  if (r.deleteArgv.empty()) return leftAlone("cannot be named safely: " + r.unsafe);
+  if (!r.checkArgv.empty()) {
+    std::string out;
+    if (in.command(ns, r.checkArgv, &out) != 0 || out != r.line + "\n")
+      return leftAlone("position " + std::to_string(r.position) + " holds another rule now");
+  }
+  return in.command(ns, r.deleteArgv, nullptr) == 0;
+}
+
+void doRepair(Acl::PluginView& view, const VerifyInputs& in, VerifyResult& result) {
+  for (const NsDrift& d : result.namespaces) {
+    std::vector<const ExtraRule*> extra;
+    for (const ExtraRule& e : d.extra) extra.push_back(&e);
+    // The last first: positions read before stay true.
+    std::stable_sort(extra.begin(), extra.end(), [](const ExtraRule* a, const ExtraRule* b) {
+      return a->tool == b->tool ? a->rule.position > b->rule.position : a->tool < b->tool;
+    });
+    for (const ExtraRule* e : extra)
+      ++(doRemove(in, d.ns, *e) ? result.removed : result.repairFailed);
+  }
+  std::set<std::string> queued;
+  auto queue = [&](int index) {
+    const Acl::ExpectedPair& p = result.expected.pairs[std::size_t(index)];
+    if (!queued.insert(pairKey(p)).second) return;
+    ++(view.pairQueueIs(p) ? result.queued : result.repairFailed);
+  };
+  for (const NsDrift& d : result.namespaces) {
+    for (const Acl::ExpectedRule& r : d.missing) {
+      if (r.pair < 0) {
+        ++(view.ruleIs(r) ? result.readded : result.repairFailed);
+        continue;
+      }
+      if (in.expectAbsent && result.expected.pairs[std::size_t(r.pair)].installed)
+        in.expectAbsent(r.deleteLine);
+    }
+    for (const Acl::ExpectedRule& r : d.missing)
+      if (r.pair >= 0) queue(r.pair);
+    for (int p : d.misordered) queue(p);
+  }
+}
+
 }  // namespace
 
-std::vector<std::string> readBackLines(const std::string& ns) {
-  const std::string prefix = ns == "default" ? "" : "ip netns exec " + ns + " ";
-  return {prefix + "iptables -t mangle -S PREROUTING", prefix + "ip6tables -t mangle -S PREROUTING",
-          prefix + "arptables -L OUT -n"};
+bool namespaceExists(const std::string& ns) {
+  if (ns == "default") return true;
+  const int fd = Dravo::socketAt(AF_NETLINK, SOCK_RAW, 0, Dravo::NamespaceName(ns));
+  if (fd < 0) return false;
+  ::close(fd);
+  return true;
 }
 
-std::optional<Acl::RuleView> parseIptablesLine(const std::string& tool, const std::string& ns,
-                                               const std::string& tag, const std::string& line) {
-  const std::vector<std::string> w = words(line);
-  if (w.size() < 2 || w[0] != "-A" || w[1] != "PREROUTING") return std::nullopt;
-  if (valueAfter(w, "--comment") != tag) return std::nullopt;
-  std::string address = valueAfter(w, "-d");
-  const std::size_t slash = address.find('/');
-  const std::string full = tool == "ip6tables" ? "128" : "32";
-  if (slash != std::string::npos && address.substr(slash + 1) == full) address.resize(slash);
-  return Acl::RuleView{tool, ns, valueAfter(w, "-j"), address, valueAfter(w, "-i"), "", "", ""};
-}
-
-std::optional<Acl::RuleView> parseArptablesLine(const std::string& ns, const std::string& line) {
-  const std::vector<std::string> w = words(line);
-  if (valueAfter(w, "-j") != "mangle") return std::nullopt;
-  std::string mac = valueAfter(w, "--mangle-hw-s");
-  if (mac.empty()) mac = valueAfter(w, "--mangle-mac-s");
-  const std::string src = valueAfter(w, "--mangle-ip-s");
-  if (mac.empty() || src.empty()) return std::nullopt;
-  return normalArp({"arptables", ns, "", "", valueAfter(w, "-o"), valueAfter(w, "-d"), src, mac});
-}
-
-NsDrift compareNamespace(const std::string& ns, const std::vector<Acl::ExpectedPair>& pairs,
-                         const std::vector<Acl::RuleView>& arp,
-                         const std::vector<Acl::RuleView>& kernel) {
+NsDrift compareNamespace(
+    const std::string& ns, const Acl::Expected& expected,
+    const std::vector<std::pair<std::string, std::vector<Acl::ListedRule>>>& listed) {
   NsDrift d;
   d.ns = ns;
-  std::vector<bool> used(kernel.size(), false);
-  auto find = [&](const Acl::RuleView& r) -> long {
-    for (std::size_t i = 0; i < kernel.size(); ++i)
-      if (!used[i] && kernel[i] == r) {
-        used[i] = true;
-        return long(i);
+  for (const auto& [tool, rules] : listed) {
+    std::vector<bool> used(rules.size(), false);
+    std::set<std::string> keys;
+    // Position of each pair's rules: the first rule must come before the rest.
+    std::map<int, std::pair<std::size_t, std::size_t>> firstAndLast;  // pair -> (first, max other)
+    for (const Acl::ExpectedRule& e : expected.rules) {
+      if (e.ns != ns || e.tool != tool || !keys.insert(e.key).second) continue;
+      std::size_t at = 0;
+      for (std::size_t i = 0; i < rules.size() && at == 0; ++i)
+        if (!used[i] && rules[i].key == e.key) {
+          used[i] = true;
+          at = rules[i].position;
+        }
+      const bool onItsWay = e.pair >= 0 && expected.pairs[std::size_t(e.pair)].queued;
+      if (at == 0) {
+        if (!onItsWay) d.missing.push_back(e);
+        continue;
       }
-    return -1;
-  };
-  std::set<std::string> seen;
-  for (const Acl::ExpectedPair& p : pairs) {
-    if (p.ns != ns || !seen.insert(p.tool + " " + p.address + " " + p.dev).second) continue;
-    const Acl::RuleView accept = pairRule(p, "ACCEPT"), drop = pairRule(p, "DROP");
-    const long a = find(accept), b = find(drop);
-    if (p.queued) continue;
-    if (a < 0) d.missing.emplace_back(accept, p);
-    if (b < 0) d.missing.emplace_back(drop, p);
-    if (a >= 0 && b >= 0 && b < a) d.misordered.push_back(p);
+      if (e.pair < 0) continue;
+      auto& [first, other] = firstAndLast[e.pair];
+      if (e.first)
+        first = at;
+      else
+        other = std::max(other, at);
+    }
+    for (const auto& [pair, at] : firstAndLast)
+      if (at.first != 0 && at.second != 0 && at.second < at.first &&
+          !expected.pairs[std::size_t(pair)].queued)
+        d.misordered.push_back(pair);
+    for (std::size_t i = 0; i < rules.size(); ++i)
+      if (!used[i]) d.extra.push_back({tool, rules[i]});
   }
-  for (const Acl::RuleView& r : arp)
-    if (r.ns == ns && find(normalArp(r)) < 0) d.missingArp.push_back(r);
-  for (std::size_t i = 0; i < kernel.size(); ++i)
-    if (!used[i]) d.extra.push_back(kernel[i]);
   return d;
 }
 
-VerifyResult doVerify(Acl::PluginView& view, const ReadBack& readBack, bool repair) {
+VerifyResult doVerify(Acl::PluginView& view, const VerifyInputs& in, bool repair) {
   VerifyResult result;
   result.repair = repair;
-  const std::vector<Acl::ExpectedPair> pairs = view.expectedPairs();
-  const std::vector<Acl::RuleView> arp = view.expectedArpRules();
-  const std::string tag = view.ruleComment();
-  std::set<std::string> namespaces;
-  for (const auto& p : pairs) namespaces.insert(p.ns);
-  for (const auto& r : arp) namespaces.insert(r.ns);
+  result.expected = view.expected();
+  std::set<std::string> expectedNs(result.expected.namespaces.begin(),
+                                   result.expected.namespaces.end());
+  for (const Acl::ExpectedRule& r : result.expected.rules) expectedNs.insert(r.ns);
+  std::set<std::string> namespaces = expectedNs;
+  if (in.seen) namespaces.insert(in.seen->begin(), in.seen->end());
+  const std::vector<std::string> tools = view.tools();
 
   for (const std::string& ns : namespaces) {
-    std::vector<Acl::RuleView> kernel;
-    std::string error;
-    const std::vector<std::string> lines = readBackLines(ns);
-    for (std::size_t i = 0; i < lines.size() && error.empty(); ++i) {
-      const std::optional<std::string> out = readBack(lines[i]);
-      if (!out) {
-        error = "read-back failed: " + lines[i];
-        break;
-      }
-      std::istringstream in(*out);
-      for (std::string line; std::getline(in, line);) {
-        std::optional<Acl::RuleView> r =
-            i == 2 ? parseArptablesLine(ns, line)
-                   : parseIptablesLine(i == 0 ? "iptables" : "ip6tables", ns, tag, line);
-        if (r) kernel.push_back(std::move(*r));
-      }
-    }
-    if (!error.empty()) {
-      NsDrift d;
-      d.ns = ns;
-      d.error = error;
-      result.namespaces.push_back(std::move(d));
+    const bool holdsRules = std::any_of(result.expected.rules.begin(), result.expected.rules.end(),
+                                        [&](const Acl::ExpectedRule& r) { return r.ns == ns; });
+    if (in.nsExists && !in.nsExists(ns)) {
+      // Gone, and its rules with it.
+      if (in.seen) in.seen->erase(ns);
+      if (holdsRules) result.namespaces.push_back({ns, "the namespace does not exist", {}, {}, {}});
       continue;
     }
-    result.namespaces.push_back(compareNamespace(ns, pairs, arp, kernel));
-  }
-  if (!repair) return result;
-
-  std::set<std::string> queued;
-  auto queue = [&](const Acl::ExpectedPair& p) {
-    if (!queued.insert(pairKey(p)).second) return;
-    if (view.pairQueueIs(p))
-      ++result.queued;
+    if (in.seen) in.seen->insert(ns);
+    std::vector<std::pair<std::string, std::vector<Acl::ListedRule>>> listed;
+    std::string error;
+    for (const std::string& tool : tools) {
+      const std::vector<std::string> argv = view.listingArgv(tool);
+      std::string out;
+      if (in.command(ns, argv, &out) != 0) {
+        std::string line;
+        for (const std::string& w : argv) line += (line.empty() ? "" : " ") + w;
+        error = "read-back failed: " + line;
+        break;
+      }
+      listed.emplace_back(tool, view.listedRules(tool, out));
+    }
+    if (!error.empty())
+      result.namespaces.push_back({ns, error, {}, {}, {}});
     else
-      ++result.repairFailed;
-  };
-  for (const NsDrift& d : result.namespaces) {
-    for (const auto& [rule, pair] : d.missing) queue(pair);
-    for (const Acl::ExpectedPair& p : d.misordered) queue(p);
-    for (const Acl::RuleView& r : d.missingArp) {
-      view.arpRuleIs(r);
-      ++result.readded;
-    }
-    for (const Acl::RuleView& r : d.extra) {
-      if (view.ruleDel(r) == 0)
-        ++result.removed;
-      else
-        ++result.repairFailed;
-    }
+      result.namespaces.push_back(compareNamespace(ns, result.expected, listed));
   }
+  if (repair) doRepair(view, in, result);
   return result;
-}
-
-std::string ruleText(const Acl::RuleView& r) {
-  if (r.tool == "arptables")
-    return "arptables -d " + r.subnet + " -o " + r.dev + " --mangle-ip-s " + r.srcIp +
-           " --mangle-hw-s " + r.mac;
-  return r.tool + " -d " + r.address + " -i " + r.dev + " -j " + r.target;
 }
 
 nlohmann::json verifyJson(const VerifyResult& r) {
   using nlohmann::json;
-  auto pairJson = [](const Acl::ExpectedPair& p) {
+  auto pairJson = [&](int index) {
+    const Acl::ExpectedPair& p = r.expected.pairs[std::size_t(index)];
     return json{{"vrf", p.vrf}, {"prefix", p.prefix}, {"interface", p.intf}, {"device", p.dev}};
   };
   json namespaces = json::array();
@@ -217,17 +187,19 @@ nlohmann::json verifyJson(const VerifyResult& r) {
     json n{{"namespace", d.ns}, {"inStep", d.inStep()}};
     if (!d.error.empty()) n["error"] = d.error;
     n["missing"] = json::array();
-    for (const auto& [rule, pair] : d.missing) {
-      json m = pairJson(pair);
-      m["rule"] = ruleText(rule);
+    for (const Acl::ExpectedRule& rule : d.missing) {
+      json m = rule.pair >= 0 ? pairJson(rule.pair) : json::object();
+      m["rule"] = rule.tool + " " + rule.key;
       n["missing"].push_back(m);
     }
-    for (const Acl::RuleView& rule : d.missingArp)
-      n["missing"].push_back({{"rule", ruleText(rule)}});
     n["misordered"] = json::array();
-    for (const Acl::ExpectedPair& p : d.misordered) n["misordered"].push_back(pairJson(p));
+    for (int p : d.misordered) n["misordered"].push_back(pairJson(p));
     n["extra"] = json::array();
-    for (const Acl::RuleView& rule : d.extra) n["extra"].push_back({{"rule", ruleText(rule)}});
+    for (const ExtraRule& e : d.extra) {
+      json x{{"rule", e.tool + " " + shown(e.rule.key)}};
+      if (e.rule.deleteArgv.empty()) x["leftAlone"] = shown(e.rule.unsafe);
+      n["extra"].push_back(std::move(x));
+    }
     inStep = inStep && d.inStep();
     error = error || !d.error.empty();
     namespaces.push_back(std::move(n));

@@ -1,23 +1,30 @@
-// verify: reads back, per namespace, what the kernel holds of the plug-in's
-// rules and compares it with what should be there (the view's expected
-// pairs and arptables rules). Drift is of three kinds:
+// verify: reads back, per namespace, the chains the plug-in writes and
+// compares them whole rule by whole rule (the plug-in's keys) with what
+// should be there (the view's expected rules). Drift is of three kinds:
 //   missing     an expected rule is not there (with the pair it belongs to);
-//   misordered  both rules of a pair are there, DROP before ACCEPT;
-//   extra       a tagged rule (or a mangle arptables rule) nothing expects.
+//   misordered  a pair's first rule (ACCEPT) stands after another of its rules;
+//   extra       a rule of the plug-in's kind that nothing expects, or a later
+//               copy of an expected one.
 // A pair that waits in the backlog is on its way and never "missing".
-// Repair goes through the plug-in: a pair with a missing or misordered rule
-// is queued in its backlog again, a missing arptables rule is added with its
-// add line, an extra rule removed with its delete line.
 //
-// Read-back, per namespace NS ("default": no prefix):
-//   [ip netns exec NS ]iptables -t mangle -S PREROUTING
-//   [ip netns exec NS ]ip6tables -t mangle -S PREROUTING
-//   [ip netns exec NS ]arptables -L OUT -n
-// Event-loop thread only.
+// Namespaces read: "default", the active VRFs' and every one the plug-in
+// expects rules in, plus every namespace read since start-up (`seen`), so
+// leftovers anywhere show; one that no longer exists is forgotten.
+//
+// Repair: an extra rule is deleted by the words the plug-in's parser gives
+// (iptables by position, checked again just before; arptables by all its
+// match and target words), run as an argument vector, never through a shell; a rule
+// that cannot be named safely is reported and left alone, with one stderr
+// line. Deletes in one chain run from the last position to the first. Then
+// every pair with a missing or misordered rule is queued in the plug-in's
+// backlog, after `expectAbsent` was told the plug-in's delete line of each
+// rule known missing from an installed pair (its decision deletes before it
+// adds, and that delete must fail). A missing rule of no pair is added again
+// through the view. Event-loop thread only.
 #pragma once
 
 #include <functional>
-#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,43 +34,51 @@
 
 namespace Agent::Control {
 
-// Runs one read-back line; its output, or nullopt when it failed.
-using ReadBack = std::function<std::optional<std::string>(const std::string& line)>;
+struct VerifyInputs {
+  // Runs argv inside `ns` without a shell; its standard output into *out
+  // when given. Returns a system()-style status.
+  std::function<int(const std::string& ns, const std::vector<std::string>& argv, std::string* out)>
+      command;
+  // Whether `ns` exists; null: every one does.
+  std::function<bool(const std::string& ns)> nsExists;
+  // Told each plug-in delete line that will fail because its rule is gone.
+  std::function<void(const std::string& line)> expectAbsent;
+  // Namespaces read so far, kept by the caller across runs; may be null.
+  std::set<std::string>* seen = nullptr;
+};
+
+struct ExtraRule {
+  std::string tool;
+  Acl::ListedRule rule;
+};
 
 struct NsDrift {
   std::string ns;
-  std::string error;  // a read-back that failed; nothing compared then
-  std::vector<std::pair<Acl::RuleView, Acl::ExpectedPair>> missing;
-  std::vector<Acl::RuleView> missingArp;
-  std::vector<Acl::ExpectedPair> misordered;
-  std::vector<Acl::RuleView> extra;
+  std::string error;                       // a read-back that failed; nothing compared then
+  std::vector<Acl::ExpectedRule> missing;  // pair: index in VerifyResult::expected.pairs
+  std::vector<int> misordered;             // pair indices
+  std::vector<ExtraRule> extra;
   bool inStep() const {
-    return error.empty() && missing.empty() && missingArp.empty() && misordered.empty() &&
-           extra.empty();
+    return error.empty() && missing.empty() && misordered.empty() && extra.empty();
   }
 };
 
 struct VerifyResult {
+  Acl::Expected expected;
   std::vector<NsDrift> namespaces;  // every namespace read, sorted
   std::size_t queued = 0, readded = 0, removed = 0, repairFailed = 0;
   bool repair = false;
 };
 
-std::vector<std::string> readBackLines(const std::string& ns);
-// A line of `iptables -S` with the comment `tag`; nullopt for anything else.
-std::optional<Acl::RuleView> parseIptablesLine(const std::string& tool, const std::string& ns,
-                                               const std::string& tag, const std::string& line);
-// A mangle rule of `arptables -L`, in the stock words (-o, --mangle-mac-s)
-// or the plug-in's (--mangle-hw-s); nullopt for anything else.
-std::optional<Acl::RuleView> parseArptablesLine(const std::string& ns, const std::string& line);
-// `kernel` in the order the kernel lists them.
-NsDrift compareNamespace(const std::string& ns, const std::vector<Acl::ExpectedPair>& pairs,
-                         const std::vector<Acl::RuleView>& arp,
-                         const std::vector<Acl::RuleView>& kernel);
-VerifyResult doVerify(Acl::PluginView& view, const ReadBack& readBack, bool repair);
+// `listed`: per tool, the plug-in's kind of rules as the kernel lists them.
+NsDrift compareNamespace(
+    const std::string& ns, const Acl::Expected& expected,
+    const std::vector<std::pair<std::string, std::vector<Acl::ListedRule>>>& listed);
+VerifyResult doVerify(Acl::PluginView& view, const VerifyInputs& inputs, bool repair);
 
-// The rule as a line of the report, e.g. "iptables -d 10.0.0.1 -i vlan10 -j ACCEPT".
-std::string ruleText(const Acl::RuleView& r);
+// Whether the network namespace `ns` exists ("default" always does).
+bool namespaceExists(const std::string& ns);
+
 nlohmann::json verifyJson(const VerifyResult& r);
 
 }  // namespace Agent::Control

@@ -2,13 +2,16 @@
 # shellcheck shell=bash
 # Called as `source agent_common.sh "$@"` with acl-agent's path first. Re-runs
 # the test inside scripts/sandbox.sh (exit 77, "skipped", where none can be
-# made), then provides $root (the source tree), $plugin, $work (a scratch
+# made; with the host's real arptables when the test set
+# FHRP_E2E_REAL_ARPTABLES=1), then provides $root (the source tree), $plugin, $work (a scratch
 # folder removed at exit, where the arptables stand-in logs), $control (a
 # socket in $work: no test may use the default under /run) and $agent (a
 # wrapper that adds --control $control unless given), and the helpers below.
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)"
 if [ "${FHRP_AGENT_E2E_INSIDE:-}" != 1 ]; then
-  FHRP_AGENT_E2E_INSIDE=1 exec "$root/scripts/sandbox.sh" "$0" "$@"
+  real=()
+  [ "${FHRP_E2E_REAL_ARPTABLES:-}" != 1 ] || real=(--no-stand-ins)
+  FHRP_AGENT_E2E_INSIDE=1 exec "$root/scripts/sandbox.sh" "${real[@]}" "$0" "$@"
 fi
 agent="$1"
 plugin="$(dirname "$agent")/VirtualIpArpTablesPlugin.so"

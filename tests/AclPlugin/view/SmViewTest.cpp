@@ -64,21 +64,30 @@ TEST_F(VipSmFixture, ViewExpectsALateNamespacesPairAndQueuesItOnRequest) {
   Kiv::Ptr<SmView> view = new SmView(sm);
   vipIs("green", "10.0.40.1/32", "ns-green")->intfIdSetIs(vlan10);
   tick();
-  EXPECT_THAT(view->expectedPairs(), IsEmpty());
+  EXPECT_THAT(view->expected().pairs, IsEmpty());
   vrfIs("green", Ip::VrfState::active, "ns-green");
   tick();
   EXPECT_THAT(FakeSystem::commands(), IsEmpty());  // the plug-in never retries by itself
 
-  const std::vector<Acl::ExpectedPair> pairs = view->expectedPairs();
-  ASSERT_EQ(pairs.size(), 1u);
-  const Acl::ExpectedPair& p = pairs[0];
-  EXPECT_EQ(p.tool + " " + p.ns + " " + p.address + " " + p.dev + " " + p.vrf + " " + p.prefix +
-                " " + p.intf,
-            "iptables ns-green 10.0.40.1 vlan10 green 10.0.40.1/32 Vlan10");
+  const Acl::Expected e = view->expected();
+  ASSERT_EQ(e.pairs.size(), 1u);
+  const Acl::ExpectedPair& p = e.pairs[0];
+  EXPECT_EQ(p.ns + " " + p.dev + " " + p.vrf + " " + p.prefix + " " + p.intf,
+            "ns-green vlan10 green 10.0.40.1/32 Vlan10");
   EXPECT_FALSE(p.queued);
+  EXPECT_FALSE(p.installed);
+  EXPECT_EQ(e.namespaces, (std::vector<std::string>{"default", "ns-green"}));
+  // Whole rules, keyed as the listing parser keys the kernel's lines.
+  ASSERT_EQ(e.rules.size(), 2u);
+  EXPECT_EQ(e.rules[0].key,
+            "-d 10.0.40.1/32 -i vlan10 -p icmp -m comment --comment \"KESTEL ADDED\" -j ACCEPT");
+  EXPECT_TRUE(e.rules[0].first);
+  EXPECT_EQ(e.rules[1].deleteLine,
+            "ip netns exec ns-green iptables -t mangle -D PREROUTING -p all -d 10.0.40.1 -i vlan10 "
+            "-m comment --comment \"KESTEL ADDED\" -j DROP 2>/dev/null");
   EXPECT_TRUE(view->pairQueueIs(p));
-  EXPECT_TRUE(view->expectedPairs()[0].queued);
-  // What the repair then runs, and the view's delete line, agent_verify checks in the kernel.
+  EXPECT_TRUE(view->expected().pairs[0].queued);
+  // What the repair then runs agent_verify checks in the kernel.
   Acl::ExpectedPair unknown = p;
   unknown.prefix = "10.0.99.1/32";
   EXPECT_FALSE(view->pairQueueIs(unknown));

@@ -16,7 +16,7 @@ std::string errorOf(const std::string& reply) {
 
 TEST(RequestsTest, RefusesWhatItCannotAnswerWithAnErrorReply) {
   ApplyStats stats;
-  Services s{nullptr, &stats, {}, nullptr};
+  Services s{nullptr, &stats, {}, {}};
   struct Row {
     const char* request;
     bool dryRun;

@@ -1,5 +1,5 @@
-// verify's reading and comparing: listed rules in both arptables dialects,
-// each kind of drift, and repairs asked of the plug-in's view.
+// verify's comparing (whole-rule keys, order, copies) and its repairs: what
+// it runs, in which order, what it leaves alone, and what it remembers.
 #include "agent/control/Verify.h"
 
 #include <gmock/gmock.h>
@@ -11,132 +11,124 @@ namespace Agent::Control {
 namespace {
 
 using ::testing::ElementsAre;
+using Listed = std::vector<std::pair<std::string, std::vector<Acl::ListedRule>>>;
 
-const std::string tag = "KESTEL ADDED";
-
-Acl::RuleView ipRule(const char* target, const char* addr = "10.0.0.1",
-                     const char* tool = "iptables") {
-  return {tool, "ns-red", target, addr, "vlan10", "", "", ""};
-}
-const Acl::RuleView arpRule{"arptables", "ns-red",      "",         "",
-                            "vlan10",    "10.1.1.0/24", "10.1.1.1", "02:00:00:00:01:01"};
-
-Acl::ExpectedPair pair(bool queued = false) {
-  return {"iptables", "ns-red", "10.0.0.1", "vlan10", "red", "10.0.0.1/24", "Vlan10", queued};
+Acl::ListedRule listed(const std::string& key, std::size_t position) {
+  return {key,
+          "line " + std::to_string(position),
+          position,
+          {"iptables", "-D", std::to_string(position)},
+          {"iptables", "-S", std::to_string(position)},
+          ""};
 }
 
-TEST(VerifyTest, ReadsTaggedRulesAndBothArptablesDialects) {
-  struct Row {
-    const char* tool;
-    const char* line;
-    std::optional<Acl::RuleView> rule;
-  } rows[] = {
-      // clang-format off
-      {"iptables", "-A PREROUTING -d 10.0.0.1/32 -i vlan10 -p icmp -m comment --comment \"KESTEL ADDED\" -j ACCEPT", ipRule("ACCEPT")},
-      {"iptables", "-A PREROUTING -d 10.0.0.1/32 -i vlan10 -j DROP", std::nullopt},
-      {"iptables", "-A PREROUTING -d 10.0.0.1/32 -m comment --comment other -j DROP", std::nullopt},
-      {"arptables", "-A OUT -d 10.1.1.0/24 -o vlan10 -a 6 --arpop Request -j mangle --mangle-hw-s 02:00:00:00:01:01 --mangle-ip-s 10.1.1.1", arpRule},
-      {"arptables", "-j mangle -o vlan10 -d 10.1.1.0/255.255.255.0 --h-length 6 --opcode 1 --mangle-ip-s 10.1.1.1 --mangle-mac-s 2:0:0:0:1:1", arpRule},
-      {"arptables", "-j ACCEPT -o vlan10 -d 10.1.1.0/24", std::nullopt},
-      // clang-format on
-  };
-  for (const Row& r : rows) {
-    SCOPED_TRACE(r.line);
-    const std::string tool = r.tool;
-    EXPECT_EQ(tool == "arptables" ? parseArptablesLine("ns-red", r.line)
-                                  : parseIptablesLine(tool, "ns-red", tag, r.line),
-              r.rule);
-  }
+// One installed pair (ACCEPT key "A", DROP key "D") and one arptables rule "R".
+Acl::Expected expected(bool queued = false) {
+  Acl::Expected e;
+  e.pairs = {{"ns-red", "vlan10", "red", "10.0.0.1/24", "Vlan10", queued, true}};
+  e.rules = {{"iptables", "ns-red", "A", "delete A", 0, true},
+             {"iptables", "ns-red", "D", "delete D", 0, false},
+             {"arptables", "ns-red", "R", "delete R", -1, false}};
+  e.namespaces = {"default", "ns-red"};
+  return e;
 }
 
-TEST(VerifyTest, ComparesAPairAndAnArptablesRuleWithTheKernel) {
-  const Acl::RuleView accept = ipRule("ACCEPT"), drop = ipRule("DROP");
-  const Acl::RuleView other = ipRule("DROP", "10.9.9.9");
+TEST(VerifyTest, ComparesWholeRulesTheirOrderAndCopies) {
   struct Row {
     const char* what;
-    std::vector<Acl::RuleView> kernel;
+    std::vector<std::string> ip, arp;  // keys in listed order
     bool queued;
-    std::size_t missing, misordered, extra, missingArp;
+    std::size_t missing, misordered;
+    std::vector<std::size_t> extraAt;
   } rows[] = {
-      {"in step", {accept, drop, arpRule}, false, 0, 0, 0, 0},
-      {"ACCEPT missing", {drop, arpRule}, false, 1, 0, 0, 0},
-      {"pair and rule missing", {}, false, 2, 0, 0, 1},
-      {"queued: on its way", {}, true, 0, 0, 0, 1},
-      {"DROP before ACCEPT", {drop, accept, arpRule}, false, 0, 1, 0, 0},
-      {"extra tagged rule", {accept, other, drop, arpRule}, false, 0, 0, 1, 0},
-      {"twice", {accept, drop, accept, drop, arpRule}, false, 0, 0, 2, 0},
+      {"in step", {"A", "D"}, {"R"}, false, 0, 0, {}},
+      {"ACCEPT changed", {"A2", "D"}, {"R"}, false, 1, 0, {1}},
+      {"pair and rule missing", {}, {}, false, 3, 0, {}},
+      {"queued: on its way", {}, {"R"}, true, 0, 0, {}},
+      {"DROP before ACCEPT", {"D", "A"}, {"R"}, false, 0, 1, {}},
+      {"a copy of ACCEPT after DROP", {"A", "D", "A"}, {"R"}, false, 0, 0, {3}},
+      {"a stray rule", {"X", "A", "D"}, {"R", "R2"}, false, 0, 0, {1, 2}},
   };
   for (const Row& r : rows) {
     SCOPED_TRACE(r.what);
-    const NsDrift d = compareNamespace("ns-red", {pair(r.queued)}, {arpRule}, r.kernel);
+    Listed l = {{"iptables", {}}, {"arptables", {}}};
+    for (std::size_t i = 0; i < r.ip.size(); ++i) l[0].second.push_back(listed(r.ip[i], i + 1));
+    for (std::size_t i = 0; i < r.arp.size(); ++i) l[1].second.push_back(listed(r.arp[i], i + 1));
+    const NsDrift d = compareNamespace("ns-red", expected(r.queued), l);
     EXPECT_EQ(d.missing.size(), r.missing);
     EXPECT_EQ(d.misordered.size(), r.misordered);
-    EXPECT_EQ(d.extra.size(), r.extra);
-    EXPECT_EQ(d.missingArp.size(), r.missingArp);
+    std::vector<std::size_t> extraAt;
+    for (const ExtraRule& e : d.extra) extraAt.push_back(e.rule.position);
+    EXPECT_EQ(extraAt, r.extraAt);
   }
 }
 
-// Records what verify asks of the plug-in.
+// Listings are "<ns> <tool>"; the view maps them to the rules set here.
 class FakeView : public Acl::PluginView {
  public:
   std::vector<Acl::VipView> virtualIps() const override { return {}; }
   std::vector<Acl::SubnetView> subnets() const override { return {}; }
   Acl::BacklogView backlog() const override { return {}; }
-  std::vector<Acl::ExpectedPair> expectedPairs() const override { return pairs; }
-  std::vector<Acl::RuleView> expectedArpRules() const override { return arp; }
-  std::string ruleComment() const override { return tag; }
+  Acl::Expected expected() const override { return e; }
+  std::vector<std::string> tools() const override { return {"iptables", "arptables"}; }
+  std::vector<std::string> listingArgv(const std::string& tool) const override {
+    return {tool, "-L"};
+  }
+  std::vector<Acl::ListedRule> listedRules(const std::string&,
+                                           const std::string& listing) const override {
+    auto it = rules.find(listing);
+    return it == rules.end() ? std::vector<Acl::ListedRule>{} : it->second;
+  }
   bool pairQueueIs(const Acl::ExpectedPair& p) override {
-    queued.push_back(p.prefix + " " + p.intf);
+    log.push_back("queue " + p.prefix);
     return true;
   }
-  void arpRuleIs(const Acl::RuleView& r) override { readded.push_back(r); }
-  int ruleDel(const Acl::RuleView& r) override {
-    removed.push_back(r);
-    return 0;
+  bool ruleIs(const Acl::ExpectedRule& r) override {
+    log.push_back("re-add " + r.key);
+    return true;
   }
-  std::vector<Acl::ExpectedPair> pairs;
-  std::vector<Acl::RuleView> arp;
-  std::vector<std::string> queued;
-  std::vector<Acl::RuleView> readded, removed;
+  Acl::Expected e;
+  std::map<std::string, std::vector<Acl::ListedRule>> rules;
+  std::vector<std::string> log;
 };
 
-TEST(VerifyTest, RepairsThroughTheViewAndReportsAFailedReadBack) {
+TEST(VerifyTest, RepairsExactlyAndRemembersEveryNamespaceItRead) {
   Kiv::Ptr<FakeView> view = new FakeView();
-  Acl::ExpectedPair blue = pair();
-  blue.ns = "ns-blue";
-  view->pairs = {pair(), blue};
-  view->arp = {arpRule};
-  std::map<std::string, std::string> listed = {
-      {"ip netns exec ns-red iptables -t mangle -S PREROUTING",
-       "-P PREROUTING ACCEPT\n"
-       "-A PREROUTING -d 10.9.9.9/32 -i vlan10 -m comment --comment \"KESTEL ADDED\" -j DROP\n"},
-      {"ip netns exec ns-red ip6tables -t mangle -S PREROUTING", ""},
-      {"ip netns exec ns-red arptables -L OUT -n", ""}};
-  std::vector<std::string> ran;
-  const ReadBack readBack = [&](const std::string& line) -> std::optional<std::string> {
-    ran.push_back(line);
-    auto it = listed.find(line);
-    if (it == listed.end()) return std::nullopt;
-    return it->second;
-  };
+  view->e = expected();
+  Acl::ListedRule unsafe = listed("U", 3);
+  unsafe.deleteArgv.clear();
+  unsafe.unsafe = "odd interface";
+  // ns-red: ACCEPT changed (A2 at 1), DROP, a copy of DROP whose position
+  // now holds another rule, an unnamed one; the arptables rule is missing.
+  view->rules["ns-red iptables"] = {listed("A2", 1), listed("D", 2), unsafe, listed("D", 4)};
+  view->rules["ns-old iptables"] = {listed("X", 1)};
+  std::set<std::string> seen = {"ns-old", "ns-gone"};
+  std::vector<std::string> absent;
+  const VerifyInputs in{
+      [&](const std::string& ns, const std::vector<std::string>& argv, std::string* out) {
+        std::string line = ns;
+        for (const std::string& w : argv) line += " " + w;
+        view->log.push_back(line);
+        if (argv[1] == "-L" && out) *out = ns + " " + argv[0];
+        if (argv[1] == "-S" && out) *out = argv[2] == "4" ? "another\n" : "line " + argv[2] + "\n";
+        return 0;
+      },
+      [](const std::string& ns) { return ns != "ns-gone"; },
+      [&](const std::string& line) { absent.push_back(line); }, &seen};
 
-  const VerifyResult r = doVerify(*view, readBack, true);
-  EXPECT_THAT(ran, ElementsAre("ip netns exec ns-blue iptables -t mangle -S PREROUTING",
-                               "ip netns exec ns-red iptables -t mangle -S PREROUTING",
-                               "ip netns exec ns-red ip6tables -t mangle -S PREROUTING",
-                               "ip netns exec ns-red arptables -L OUT -n"));
-  ASSERT_EQ(r.namespaces.size(), 2u);
-  EXPECT_EQ(r.namespaces[0].error,
-            "read-back failed: ip netns exec ns-blue iptables -t mangle -S PREROUTING");
-  // Both rules of the red pair are missing: the pair is queued once.
-  EXPECT_THAT(view->queued, ElementsAre("10.0.0.1/24 Vlan10"));
-  EXPECT_THAT(view->readded, ElementsAre(arpRule));
-  EXPECT_THAT(view->removed, ElementsAre(ipRule("DROP", "10.9.9.9")));
-  const nlohmann::json j = verifyJson(r);
-  EXPECT_FALSE(j["inStep"]);
-  EXPECT_TRUE(j["readFailed"]);
-  EXPECT_EQ(j["repaired"],
-            (nlohmann::json{{"queued", 1}, {"readded", 1}, {"removed", 1}, {"failed", 0}}));
+  const VerifyResult r = doVerify(*view, in, true);
+  EXPECT_THAT(
+      view->log,
+      ElementsAre("default iptables -L", "default arptables -L", "ns-old iptables -L",
+                  "ns-old arptables -L", "ns-red iptables -L", "ns-red arptables -L",
+                  // Deletes: the last first, each position checked again.
+                  "ns-old iptables -S 1", "ns-old iptables -D 1", "ns-red iptables -S 4",
+                  "ns-red iptables -S 1", "ns-red iptables -D 1", "re-add R", "queue 10.0.0.1/24"));
+  EXPECT_THAT(absent, ElementsAre("delete A"));
+  EXPECT_THAT(seen, ElementsAre("default", "ns-old", "ns-red"));
+  EXPECT_EQ(verifyJson(r)["repaired"],
+            (nlohmann::json{{"queued", 1}, {"readded", 1}, {"removed", 2}, {"failed", 2}}));
+  EXPECT_EQ(verifyJson(r)["namespaces"][2]["extra"][1]["leftAlone"], "odd interface");
 }
 
 }  // namespace
