@@ -10,7 +10,7 @@
 
 #include <sstream>
 
-#include "agent/Publisher.h"
+#include "agent/source/Publisher.h"
 #include "agent/apply/ApplyStats.h"
 #include "agent/control/Render.h"
 #include "agent/control/Status.h"
