@@ -79,7 +79,7 @@ class Builder {
     try {
       f();
     } catch (const StateDocumentError& e) {
-      out_.refused[key] = shownKey(key) + ": " + e.what();
+      out_.refused[key] = e.what();
     }
   }
 

@@ -49,7 +49,7 @@ bool isInputKey(std::string_view key);
 
 struct RowModel {
   StateDocument model;
-  std::map<std::string, std::string> refused;  // key -> "SHOWN KEY: REASON"
+  std::map<std::string, std::string> refused;  // key -> reason (one line)
   std::size_t accepted = 0;                    // rows in the model
   bool ready = false;                          // the ready row is there
 };

@@ -70,7 +70,7 @@ TEST(RedisRowsTest, RefusesABadRowAndKeepsTheOthers) {
     rows[c.key] = c.row;
     const auto built = modelOfRows(rows, {});
     ASSERT_EQ(built.refused.size(), 1u) << c.refusal;
-    const std::string& why = built.refused.begin()->second;
+    const std::string why = Agent::Redis::shownKey(c.key) + ": " + built.refused.begin()->second;
     EXPECT_EQ(built.refused.begin()->first, c.key);
     EXPECT_NE(why.find(c.refusal), std::string::npos) << why;
     EXPECT_LT(why.size(), 1024u);
