@@ -41,7 +41,7 @@ int AclAgent::run() {
         loop_->runOnce(1.0);
       } else if (phased_.waiting()) {
         phased_.doPublishWaiting();
-      } else if (!readiness_.ready()) {
+      } else if (!readiness_.ready() && pluginsStarted_) {
         readiness_.doNotifyIdle();
       } else if (options_.untilIdle && pluginsStarted_) {
         break;

@@ -19,8 +19,8 @@
 // and "acl-agent: internal error: WHAT".
 //
 // With --redis the plug-ins' init waits for the source's first snapshot
-// taken with the ready row (no start-up flush before the state is known),
-// and --until-idle never stops the agent before it.
+// taken with the ready row (no start-up flush before the state is known);
+// neither READY=1 nor --until-idle's stop comes before it.
 //
 // On the way out the applier is drained while the plug-ins are still
 // loaded (their failure reports are their code), then the plug-ins are
