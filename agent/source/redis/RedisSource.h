@@ -26,6 +26,8 @@
 //   acl-agent: redis ADDRESS: refused KEY: REASON     (once per key until it changes)
 //   acl-agent: redis ADDRESS: no ACL_AGENT_INPUT|READY row: changes held, the rules in force stay
 //   acl-agent: redis ADDRESS: connection lost (WHY): the rules in force stay; reconnecting
+//   acl-agent: redis ADDRESS: cannot connect (WHY): the rules in force stay; retrying
+// (one of the last two per outage, however many attempts it takes).
 // and the publisher's "published redis ADDRESS db N: ..." lines.
 // Event-loop thread only.
 #pragma once
