@@ -17,6 +17,7 @@ AclAgent::AclAgent(Options options)
       publisher_(em_),
       phased_(publisher_, [this](const std::string&) {
         if (document_) document_->handlePublished();
+        if (redis_) redis_->handlePublished();
       }) {
   Kiv::activityManagerIs(loop_);
 }
@@ -26,6 +27,7 @@ AclAgent::~AclAgent() {
   // Reports queued in the applier are the plug-in's code: run them now.
   if (applier_) applier_->doApplyPending();
   control_.reset();
+  redis_.reset();
   // The view's code lives in the plug-in: let it go before the plug-in does.
   if (context_) context_->pluginViewIs(nullptr);
   // Plug-ins first (in reverse), while the inputs and the loop they use exist.
@@ -40,9 +42,9 @@ int AclAgent::run() {
         loop_->runOnce(1.0);
       } else if (phased_.waiting()) {
         phased_.doPublishWaiting();
-      } else if (!readiness_.ready()) {
+      } else if (!readiness_.ready() && pluginsStarted_) {
         readiness_.doNotifyIdle();
-      } else if (options_.untilIdle) {
+      } else if (options_.untilIdle && pluginsStarted_) {
         break;
       } else {
         loop_->runOnce(1.0);
@@ -55,7 +57,7 @@ int AclAgent::run() {
     std::cerr << "acl-agent: internal error: unknown exception\n";
     return 1;
   }
-  return 0;
+  return status_;
 }
 
 bool AclAgent::doStart() {
@@ -91,6 +93,14 @@ bool AclAgent::doStart() {
                                                  [this] { readiness_.reloadingIs(); });
     if (!document_->doStart()) return false;
   }
+  if (!options_.redisAddress.empty())
+    redis_ = std::make_unique<Redis::RedisSource>(
+        *loop_, phased_,
+        Redis::SourceConfig{Redis::parseAddress(options_.redisAddress), options_.redisDb},
+        [this] {
+          if (!doInitPlugins()) status_ = 1, loop_->stop();
+        },
+        [this] { return pluginView(); });
   // Before any plug-in loads: its start-up flushes already run arptables.
   // A dry run runs no packet-filter command, the probe included.
   if (!options_.dryRun && !doChooseArptablesDialect(options_.arptables, [this] {
@@ -109,6 +119,13 @@ bool AclAgent::doStart() {
   context_ = new Acl::PluginContext(em_, applier_);
   // Whatever a loop turn queued (a slice, a repair) is applied when it ends.
   loop_->afterCallbackIs([this] { applier_->doApplyPending(); });
+  if (!redis_) return doInitPlugins();
+  redis_->doStart();  // it calls doInitPlugins once the state is known
+  return true;
+}
+
+bool AclAgent::doInitPlugins() {
+  pluginsStarted_ = true;
   try {
     Acl::DefaultPluginLoader().doInit(context_.ptr());
   } catch (const std::exception& e) {
@@ -155,6 +172,7 @@ Control::AgentFacts AclAgent::agentFacts() const {
     f.lastRefused = d.lastRefused;
     f.lastRefusedWhy = d.lastRefusedWhy;
   }
+  if (redis_) f.source = redis_->facts();
   f.uptime = loop_->now() - startedAt_;
   f.dryRun = options_.dryRun;
   return f;

@@ -1,7 +1,8 @@
 // The host ACL agent's composition root: it builds the services, hands each
 // what it needs, loads and initialises the plug-ins, and runs the loop. It
 // holds no feature of its own; each lives in its folder:
-//   source/   the state document: reading, file watch, two-phase reload
+//   source/   the state document: reading, file watch, two-phase reload;
+//             the Redis source: subscribe, snapshot, follow, resync
 //   apply/    the one runner and the appliers behind the plug-in's runBashCmd
 //   control/  the control socket, status, verify and repair, self-verify
 //   service/  signals, readiness for the service manager
@@ -17,6 +18,10 @@
 // --until-idle, stop. SIGTERM and SIGINT stop the loop (exit 0); SIGHUP
 // reloads. An exception that escapes the loop ends the agent with status 1
 // and "acl-agent: internal error: WHAT".
+//
+// With --redis the plug-ins' init waits for the source's first snapshot
+// taken with the ready row (no start-up flush before the state is known);
+// neither READY=1 nor --until-idle's stop comes before it.
 //
 // On the way out the applier is drained while the plug-ins are still
 // loaded (their failure reports are their code), then the plug-ins are
@@ -40,6 +45,7 @@
 #include "agent/source/DocumentSource.h"
 #include "agent/source/PhasedPublisher.h"
 #include "agent/source/Publisher.h"
+#include "agent/source/redis/RedisSource.h"
 #include "platform/acl/CommandApplier.h"
 #include "platform/acl/PluginLoader.h"
 #include "platform/kiv/ActivityManager.h"
@@ -60,6 +66,7 @@ class AclAgent {
  private:
   bool doStart();
   bool doLoadPlugins();
+  bool doInitPlugins();
   void doTurn();
   Acl::PluginView* pluginView() const;
   // What verify runs its commands with (the runner, no shell) and tells
@@ -78,12 +85,16 @@ class AclAgent {
   PhasedPublisher phased_;
   Service::Readiness readiness_;
   std::unique_ptr<DocumentSource> document_;
+  std::unique_ptr<Redis::RedisSource> redis_;
   std::unique_ptr<Control::ControlService> control_;
   std::unique_ptr<Service::Signals> signals_;
   Kiv::Ptr<Acl::CommandApplier> applier_;
   Kiv::Ptr<Acl::PluginContext> context_;
   std::vector<void*> plugins_;  // dlopen handles, in load order
   double startedAt_ = 0;        // loop clock
+
+  bool pluginsStarted_ = false;  // their init ran
+  int status_ = 0;               // exit status once the loop stops
 };
 
 }  // namespace Agent

@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <string_view>
 
+#include "agent/source/redis/RedisConnection.h"
+
 namespace Agent {
 
 namespace {
@@ -53,6 +55,7 @@ double seconds(std::string_view name, const std::string& value) {
 
 Options parseOptions(int argc, const char* const* argv) {
   Options o;
+  bool redisDbGiven = false;
   int i = 1;
   if (argc > 1 && std::string_view(argv[1]) == "status") o.mode = Mode::status, ++i;
   if (argc > 1 && std::string_view(argv[1]) == "verify") o.mode = Mode::verify, ++i;
@@ -74,6 +77,19 @@ Options parseOptions(int argc, const char* const* argv) {
     if (name == "--state") {
       o.stateFile = value();
       if (o.stateFile.empty()) throw UsageError("--state needs a file name");
+    } else if (name == "--redis") {
+      o.redisAddress = value();
+      try {
+        Redis::parseAddress(o.redisAddress);
+      } catch (const std::invalid_argument& e) {
+        throw UsageError("--redis " + o.redisAddress + ": " + e.what());
+      }
+    } else if (name == "--redis-db") {
+      const std::string n = value();
+      if (n.empty() || n.size() > 5 || n.find_first_not_of("0123456789") != std::string::npos)
+        throw UsageError("--redis-db takes a database number, not \"" + n + "\"");
+      o.redisDb = std::stoi(n);
+      redisDbGiven = true;
     } else if (name == "--plugin") {
       o.plugins.push_back(value());
       if (o.plugins.back().empty()) throw UsageError("--plugin needs a file name");
@@ -97,6 +113,9 @@ Options parseOptions(int argc, const char* const* argv) {
     } else if (name == "--control") {
       o.controlPath = value();
       if (o.controlPath.empty()) throw UsageError("--control needs a socket path");
+    } else if (name == "--lock") {
+      o.lockPath = value();
+      if (o.lockPath.empty()) throw UsageError("--lock needs a file path");
     } else if (name == "--verify-every") {
       o.verifyEvery = seconds(name, value());
     } else if (name == "--repair") {
@@ -109,20 +128,27 @@ Options parseOptions(int argc, const char* const* argv) {
       throw UsageError("unknown argument \"" + std::string(arg) + "\"");
     }
   }
+  if (!o.stateFile.empty() && !o.redisAddress.empty())
+    throw UsageError("--state and --redis do not go together: one source at a time");
+  if (redisDbGiven && o.redisAddress.empty()) throw UsageError("--redis-db goes with --redis");
   return o;
 }
 
 const char* usageText() {
-  return "usage: acl-agent [--state FILE] [--plugin SO]... [--trace FACILITY/LEVELS] "
+  return "usage: acl-agent [--state FILE | --redis ADDRESS [--redis-db N]] [--plugin SO]... "
+         "[--trace FACILITY/LEVELS] "
          "[--until-idle]\n"
          "                 [--apply per-line|batch] [--arptables auto|native|stock]\n"
-         "                 [--dry-run[=FILE]] [--control PATH] [--verify-every SECONDS "
+         "                 [--dry-run[=FILE]] [--control PATH] [--lock PATH] [--verify-every "
+         "SECONDS "
          "[--repair]]\n"
          "       acl-agent status [--control PATH] [--json]\n"
          "       acl-agent verify [--control PATH] [--repair]\n"
          "\n"
          "The agent:\n"
          "  --state FILE        state document (JSON) to publish; re-read on change and on SIGHUP\n"
+         "  --redis ADDRESS     follow a Redis state database (unix:PATH or HOST:PORT) instead\n"
+         "  --redis-db N        its database number (default 6)\n"
          "  --plugin SO         plug-in to load (repeatable; default: VirtualIpArpTablesPlugin.so\n"
          "                      beside acl-agent, else in ../lib/acl-agent)\n"
          "  --trace SPEC        trace levels, e.g. VirtualIpArpMangleSm/0-8 (repeatable)\n"
@@ -136,6 +162,8 @@ const char* usageText() {
          "  --dry-run[=FILE]    run no packet-filter or ip netns command: write each line to\n"
          "                      stdout (or FILE) and take it as succeeded\n"
          "  --control PATH      control socket (default /run/acl-agent/control.sock)\n"
+         "  --lock PATH         the one-agent-per-host lock (default /run/acl-agent.lock); only\n"
+         "                      agents of separate simulated hosts may use separate locks\n"
          "  --verify-every S    read the rules back every S seconds and log drift\n"
          "  --repair            with --verify-every: repair the drift too\n"
          "\n"

@@ -18,6 +18,8 @@ struct Options {
 
   Mode mode = Mode::agent;
   std::string stateFile;             // empty: publish nothing, never reload
+  std::string redisAddress;          // unix:PATH or HOST:PORT; empty: no Redis source
+  int redisDb = 6;                   // the state database's number by convention
   std::vector<std::string> plugins;  // empty: the default plug-in
   std::vector<std::string> traces;   // each for Kiv::traceConfigIs, in order
   bool untilIdle = false;

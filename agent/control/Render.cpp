@@ -38,6 +38,21 @@ std::string stateText(const json& i) {
   return s.empty() ? "not installed" : s;
 }
 
+// "source    redis unix:/run/redis.sock db 6" and its state, a refused row a line.
+std::string sourceText(const json& src) {
+  if (!src.is_object()) return "";
+  std::string out = "source    " + str(src, "name") + "\n          ";
+  out += src.value("connected", false)
+             ? "connected since " + timeText(src["connectedSince"])
+             : "not connected (last " + timeText(src["connectedSince"]) + ")";
+  out += src.value("ready", false) ? ", ready" : ", not ready (changes held)";
+  out += ", " + str(src, "rows") + " rows in force, last change applied " +
+         timeText(src["lastApplied"]) + "\n";
+  for (const json& r : src["refused"])
+    out += "          refused " + str(r, "key") + ": " + str(r, "reason") + "\n";
+  return out;
+}
+
 }  // namespace
 
 std::string alignedTable(const std::vector<std::vector<std::string>>& rows) {
@@ -73,6 +88,7 @@ std::string statusText(const json& s) {
   } else {
     out += "document  none\n";
   }
+  if (s.contains("source")) out += sourceText(s["source"]);
   const json& b = s["backlog"];
   out += "backlog   " + str(b, "size") + " queued, oldest " + seconds(b.value("oldestAge", 0.0)) +
          "; " + str(s, "overruns") + " slices cut short\n";

@@ -30,7 +30,11 @@ const Shape& shapes() {
                       "status": "number" } ],
       "document": { "$null": true, "path": "string", "sha256": "string",
                     "applied": "number|null", "lastRefused": "number|null",
-                    "lastRefusedReason": "string" } },
+                    "lastRefusedReason": "string" },
+      "source?": { "$null": true, "kind": "string", "name": "string", "connected": "bool",
+                   "connectedSince": "number|null", "ready": "bool", "rows": "number",
+                   "refused": [ { "key": "string", "reason": "string" } ],
+                   "lastApplied": "number|null" } },
     "verify": {
       "reply": "=verify", "inStep": "bool", "readFailed": "bool",
       "namespaces": [ { "namespace": "string", "inStep": "bool", "error?": "string",

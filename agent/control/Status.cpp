@@ -10,6 +10,17 @@ json orNull(double time) {
   return time > 0 ? json(time) : json(nullptr);
 }
 
+json sourceJson(const std::optional<SourceFacts>& s) {
+  if (!s) return nullptr;
+  json refused = json::array();
+  for (const auto& [key, reason] : s->refused)
+    refused.push_back({{"key", key}, {"reason", reason}});
+  return {{"kind", s->kind},           {"name", s->name},
+          {"connected", s->connected}, {"connectedSince", orNull(s->connectedSince)},
+          {"ready", s->ready},         {"rows", s->rows},
+          {"refused", refused},        {"lastApplied", orNull(s->lastApplied)}};
+}
+
 }  // namespace
 
 json statusJson(const Acl::PluginView* view, const ApplyStats& stats, const AgentFacts& facts) {
@@ -69,7 +80,8 @@ json statusJson(const Acl::PluginView* view, const ApplyStats& stats, const Agen
                   {"overruns", backlog.overruns},
                   {"commands", commands},
                   {"failures", failures},
-                  {"document", document}});
+                  {"document", document},
+                  {"source", sourceJson(facts.source)}});
   return out;
 }
 

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/apply/ApplyStats.h"
+#include "agent/source/SourceFacts.h"
 #include "platform/acl/PluginView.h"
 
 namespace Agent::Control {
@@ -22,6 +23,7 @@ struct AgentFacts {
   std::string lastRefusedWhy;
   double uptime = 0;  // seconds
   bool dryRun = false;
+  std::optional<SourceFacts> source;  // a live source (Redis); none with a document
 };
 
 // `view` may be null (no plug-in state machine yet): its parts are empty.

@@ -43,6 +43,12 @@ void ActivityManager::fdIs(int fd, Callback cb) {
 void ActivityManager::fdDel(int fd) {
   fds_.erase(fd);
 }
+void ActivityManager::fdWriteIs(int fd, Callback cb) {
+  writeFds_[fd] = std::move(cb);
+}
+void ActivityManager::fdWriteDel(int fd) {
+  writeFds_.erase(fd);
+}
 void ActivityManager::post(Callback cb) {
   posted_.push_back(std::move(cb));
 }
@@ -71,17 +77,25 @@ std::size_t ActivityManager::runReady(int pollMs) {
     doRun(cb);
     ++ran;
   }
-  if (!fds_.empty()) {
+  if (!fds_.empty() || !writeFds_.empty()) {
+    std::map<int, short> wanted;
+    for (auto& [fd, cb] : fds_) wanted[fd] |= POLLIN;
+    for (auto& [fd, cb] : writeFds_) wanted[fd] |= POLLOUT;
     std::vector<pollfd> pfds;
-    for (auto& [fd, cb] : fds_) pfds.push_back({fd, POLLIN, 0});
+    for (auto [fd, events] : wanted) pfds.push_back({fd, events, 0});
     if (!posted_.empty()) pollMs = 0;
     if (::poll(pfds.data(), pfds.size(), pollMs) > 0) {
-      for (const pollfd& p : pfds) {
-        auto it = fds_.find(p.fd);
-        if (it == fds_.end() || !(p.revents & (POLLIN | POLLHUP | POLLERR))) continue;
+      // Each callback is looked up anew: an earlier one may have removed it.
+      auto runFd = [&](std::map<int, Callback>& fds, int fd) {
+        auto it = fds.find(fd);
+        if (it == fds.end()) return;
         Callback cb = it->second;  // the callback may remove itself
         doRun(cb);
         ++ran;
+      };
+      for (const pollfd& p : pfds) {
+        if (p.revents & (POLLIN | POLLHUP | POLLERR)) runFd(fds_, p.fd);
+        if (p.revents & (POLLOUT | POLLHUP | POLLERR)) runFd(writeFds_, p.fd);
       }
     }
   }
@@ -101,7 +115,7 @@ void ActivityManager::runOnce(double maxWait) {
   double wait = std::min(maxWait, nextTimerTime() - now());
   if (!posted_.empty() || wait < 0) wait = 0;
   int ms = static_cast<int>(std::ceil(wait * 1000.0));
-  if (fds_.empty()) {
+  if (fds_.empty() && writeFds_.empty()) {
     if (ms > 0) ::poll(nullptr, 0, ms);
     runReady(0);
   } else {

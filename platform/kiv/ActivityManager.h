@@ -36,9 +36,13 @@ class ActivityManager : public PtrInterface {
   // The earliest timer's time, or +infinity.
   double nextTimerTime() const;
 
-  // Calls cb whenever fd is readable.
+  // Calls cb whenever fd is readable (fdIs) or writable (fdWriteIs); one
+  // callback of each kind per descriptor, a second call replaces it. An error
+  // or hang-up on fd calls both. A descriptor never keeps the loop from idling.
   void fdIs(int fd, Callback cb);
   void fdDel(int fd);
+  void fdWriteIs(int fd, Callback cb);
+  void fdWriteDel(int fd);
 
   // Runs cb on a later turn of the loop, never inside the caller.
   void post(Callback cb);
@@ -73,6 +77,7 @@ class ActivityManager : public PtrInterface {
   std::map<TimerId, bool> background_;  // the background timers still set
   std::size_t backgroundTimers_ = 0;
   std::map<int, Callback> fds_;
+  std::map<int, Callback> writeFds_;
   std::deque<Callback> posted_;
   Callback afterCallback_;
   TimerId nextTimer_ = 1;

@@ -32,6 +32,7 @@ for line in "Type=notify" "ExecStart=/usr/bin/acl-agent --state /etc/acl-agent/s
   grep -qxF -- "$line" "$unit" || fail "no \"$line\" in the unit: $(cat "$unit")"
 done
 dpkg-deb -f "$deb" Depends | grep -q iptables || fail "the package does not depend on iptables"
+dpkg-deb -f "$deb" Depends | grep -q libhiredis || fail "the package does not depend on hiredis"
 
 # --until-idle, the default plug-in, a notify socket named by its path.
 ip netns add ns-red
