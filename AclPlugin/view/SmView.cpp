@@ -1,6 +1,7 @@
 #include "AclPlugin/view/SmView.h"
 
 #include <algorithm>
+#include <iterator>
 #include <set>
 
 #include "AclPlugin/firewall/ArptablesRules.h"
@@ -18,62 +19,102 @@ std::string toolOf(const Dravo::IpGenAddr& a) {
   return a.isV6() ? "ip6tables" : "iptables";
 }
 
+using IntfIdSetIterator = Kiv::HashMap<Dravo::IntfId, Kiv::String8>::Iterator;
+
 // One virtual IP as the inputs and the records know it, either family.
 struct VipFacts {
   VrfIpPair vrfIp;
-  VrfIpWithMaskPair key;  // the backlog's key (IPv6: the full-length mask)
-  Dravo::NamespaceName inputNs;
-  std::vector<std::pair<std::string, const Kiv::String8*>> inputIntfs;  // id -> value
+  const VirtualIpIntfStatus* input4 = nullptr;
+  const VirtualIp6IntfStatus* input6 = nullptr;
+  const LocalVipStatus* local = nullptr;  // its record
+
+  const Dravo::NamespaceName& inputNs() const {
+    static const Dravo::NamespaceName none;
+    return input4 ? input4->netNs() : input6 ? input6->netNs() : none;
+  }
+  // The address as the backlog keys it (IPv6: with the full-length mask).
+  Dravo::IpGenAddrWithMask ipWithMask() const {
+    return input4 ? input4->key().ipWithMask() : Dravo::IpGenAddrWithMask(vrfIp.ipAddr());
+  }
+  VrfIpWithMaskPair key() const { return VrfIpWithMaskPair(vrfIp.vrfName(), ipWithMask()); }
+  IntfIdSetIterator inputIntfs() const {
+    return input4   ? input4->intfIdSetIterator()
+           : input6 ? input6->intfIdSetIterator()
+                    : IntfIdSetIterator();
+  }
 };
 
-// Every virtual IP of the inputs, then every record without an input, in
-// the order of their VRF and address. One pass each: status and verify
-// stay linear in the number of virtual IPs.
+// Every virtual IP of the inputs and of the records, once, in the order of
+// their VRF and address. Both sides are sorted and merged rather than looked
+// up in each other: random lookups cost cache misses that grew faster than
+// the number of virtual IPs.
 std::vector<VipFacts> vipFacts(const VirtualIpArpTablesSm& sm) {
-  std::vector<VipFacts> out;
-  Kiv::HashMap<VrfIpPair, bool> seen;
-  auto take = [&](const VrfIpWithMaskPair& key, const auto& entry) {
-    if (!seen.insert(key.vrfIp(), true).second) return;
-    VipFacts f{key.vrfIp(), key, entry->netNs(), {}};
-    for (auto it = entry->intfIdSetIterator(); it; ++it)
-      f.inputIntfs.emplace_back(it.key().stringValue().stdString(), &it.value());
-    out.push_back(std::move(f));
-  };
-  if (Kiv::Ptr<const VirtualIpStatus> v4 = sm.virtualIpStatus())
-    for (auto it = v4->virtualIpIterator(); it; ++it) take(it.key(), it.value());
-  if (Kiv::Ptr<const VirtualIp6Status> v6 = sm.virtualIp6Status())
+  std::vector<VipFacts> inputs;
+  Kiv::Ptr<const VirtualIpStatus> v4 = sm.virtualIpStatus();
+  Kiv::Ptr<const VirtualIp6Status> v6 = sm.virtualIp6Status();
+  inputs.reserve((v4 ? v4->virtualIpSize() : 0) + (v6 ? v6->virtualIpSize() : 0));
+  if (v4)
+    for (auto it = v4->virtualIpIterator(); it; ++it)
+      inputs.push_back({it.key().vrfIp(), it.value().ptr(), nullptr, nullptr});
+  if (v6)
     for (auto it = v6->virtualIpIterator(); it; ++it)
-      take(VrfIpWithMaskPair(it.key().vrfName(), Dravo::IpGenAddrWithMask(it.key().ipAddr())),
-           it.value());
+      inputs.push_back({it.key(), nullptr, it.value().ptr(), nullptr});
+  const auto byVrfIp = [](const VipFacts& a, const VipFacts& b) { return a.vrfIp < b.vrfIp; };
+  // One address under two masks: the first one walked stands.
+  std::stable_sort(inputs.begin(), inputs.end(), byVrfIp);
+  inputs.erase(std::unique(inputs.begin(), inputs.end(),
+                           [](const VipFacts& a, const VipFacts& b) { return a.vrfIp == b.vrfIp; }),
+               inputs.end());
+
+  std::vector<VipFacts> records;
   for (auto it = sm.localVipIterator(); it; ++it)
-    if (!seen.contains(it.key()))
-      out.push_back(
-          {it.key(),
-           VrfIpWithMaskPair(it.key().vrfName(), Dravo::IpGenAddrWithMask(it.key().ipAddr())),
-           {},
-           {}});
+    records.push_back({it.key(), nullptr, nullptr, it.value().ptr()});
+  std::sort(records.begin(), records.end(), byVrfIp);
+
+  std::vector<VipFacts> out;
+  out.reserve(inputs.size() + records.size());
+  auto record = records.begin();
+  for (VipFacts& f : inputs) {
+    while (record != records.end() && record->vrfIp < f.vrfIp) out.push_back(std::move(*record++));
+    if (record != records.end() && record->vrfIp == f.vrfIp) f.local = (record++)->local;
+    out.push_back(std::move(f));
+  }
+  std::move(record, records.end(), std::back_inserter(out));
+  return out;
+}
+
+// An interface of a virtual IP, from its input, its record or both.
+struct IntfFacts {
+  const Dravo::IntfId* id;
+  const Kiv::String8* value = nullptr;      // the input's; null: not in the input
+  const Kiv::String8* installed = nullptr;  // the record's device; null: not recorded
+};
+
+// The interfaces of `f`, sorted, into `out`: a buffer the caller reuses from
+// one virtual IP to the next.
+void intfFacts(const VipFacts& f, std::vector<IntfFacts>& out) {
+  out.clear();
+  for (auto it = f.inputIntfs(); it; ++it) out.push_back({&it.key(), &it.value(), nullptr});
+  if (f.local)
+    for (auto it = f.local->intfIdSetIterator(); it; ++it)
+      out.push_back({&it.key(), nullptr, &it.value()});
   std::sort(out.begin(), out.end(),
-            [](const VipFacts& a, const VipFacts& b) { return a.vrfIp < b.vrfIp; });
-  return out;
+            [](const IntfFacts& a, const IntfFacts& b) { return *a.id < *b.id; });
+  std::size_t n = 0;
+  for (const IntfFacts& x : out) {
+    if (n > 0 && *out[n - 1].id == *x.id) {
+      if (x.installed) out[n - 1].installed = x.installed;
+      if (x.value) out[n - 1].value = x.value;
+    } else {
+      out[n++] = x;
+    }
+  }
+  out.resize(n);
 }
 
-// The interfaces of a virtual IP: its input's and its record's, sorted.
-std::vector<std::string> intfsOf(const VipFacts& f, const LocalVipStatus* local, bool inputs,
-                                 bool unwantedToo) {
-  std::vector<std::string> out;
-  if (inputs)
-    for (const auto& [id, value] : f.inputIntfs)
-      if (unwantedToo || value->empty()) out.push_back(id);
-  if (local)
-    for (auto it = local->intfIdSetIterator(); it; ++it)
-      out.push_back(it.key().stringValue().stdString());
-  std::sort(out.begin(), out.end());
-  out.erase(std::unique(out.begin(), out.end()), out.end());
-  return out;
-}
-
-bool queued(const VirtualIpArpTablesSm& sm, const VrfIpWithMaskPair& key, const std::string& intf) {
-  return sm.virtualIpBacklogCollectionHas(VirtualIpBacklogKey(key, Dravo::IntfId(intf)));
+bool queued(const VirtualIpArpTablesSm& sm, const VipFacts& f, const Dravo::IntfId& intf) {
+  return sm.virtualIpBacklogCollectionSize() > 0 &&
+         sm.virtualIpBacklogCollectionHas(VirtualIpBacklogKey(f.key(), intf));
 }
 
 bool hasInput(const VirtualIpArpTablesSm& sm, const VrfIpWithMaskPair& key) {
@@ -90,36 +131,35 @@ Kiv::String8 arpLine(const LocalVipSubnetStatus& r, Firewall::Verb verb) {
                                      r.intfDevName(), r.vmac());
 }
 
-std::string currentDev(const VirtualIpArpTablesSm& sm, const std::string& intf) {
+std::string currentDev(const VirtualIpArpTablesSm& sm, const Dravo::IntfId& intf) {
   const auto& all = sm.allIntfStatusDir();
-  Kiv::Ptr<const Interface::IntfStatus> s = all ? all->intfStatus(Dravo::IntfId(intf)) : nullptr;
+  Kiv::Ptr<const Interface::IntfStatus> s = all ? all->intfStatus(intf) : nullptr;
   return s ? s->deviceName().stdString() : std::string();
 }
 
 }  // namespace
 
 std::vector<Acl::VipView> SmView::virtualIps() const {
+  const std::vector<VipFacts> all = vipFacts(*sm_);
   std::vector<Acl::VipView> out;
-  for (const VipFacts& f : vipFacts(*sm_)) {
-    const VrfIpPair& vrfIp = f.vrfIp;
-    Kiv::Ptr<LocalVipStatus> local = sm_->localVip(vrfIp);
-    Acl::VipView v;
-    v.vrf = vrfIp.vrfName().stringValue().stdString();
-    v.ns = nsName(local ? local->netNs() : f.inputNs);
-    v.prefix = vrfIp.ipAddr().isV6() ? vrfIp.ipAddr().stringValue().stdString()
-                                     : f.key.ipWithMask().stringValue().stdString();
-    for (const std::string& id : intfsOf(f, local.ptr(), true, true)) {
-      Acl::VipIntfView i;
-      i.intf = id;
-      i.installed = local && local->intfIdSetHas(Dravo::IntfId(id));
-      i.dev = i.installed ? local->intfIdSet(Dravo::IntfId(id)).stdString() : currentDev(*sm_, id);
-      i.queued = queued(*sm_, f.key, id);
-      auto in = std::find_if(f.inputIntfs.begin(), f.inputIntfs.end(),
-                             [&](const auto& x) { return x.first == id; });
-      i.unwanted = in == f.inputIntfs.end() || !in->second->empty();
-      v.intfs.push_back(std::move(i));
+  out.reserve(all.size());
+  std::vector<IntfFacts> intfs;
+  for (const VipFacts& f : all) {
+    Acl::VipView& v = out.emplace_back();
+    v.vrf = f.vrfIp.vrfName().stringValue().stdString();
+    v.ns = nsName(f.local ? f.local->netNs() : f.inputNs());
+    v.prefix = f.vrfIp.ipAddr().isV6() ? f.vrfIp.ipAddr().stringValue().stdString()
+                                       : f.ipWithMask().stringValue().stdString();
+    intfFacts(f, intfs);
+    v.intfs.reserve(intfs.size());
+    for (const IntfFacts& x : intfs) {
+      Acl::VipIntfView& i = v.intfs.emplace_back();
+      i.intf = x.id->stringValue().stdString();
+      i.installed = x.installed != nullptr;
+      i.dev = x.installed ? x.installed->stdString() : currentDev(*sm_, *x.id);
+      i.queued = queued(*sm_, f, *x.id);
+      i.unwanted = !x.value || !x.value->empty();
     }
-    out.push_back(std::move(v));
   }
   return out;
 }
@@ -151,24 +191,27 @@ Acl::Expected SmView::expected() const {
     for (auto it = vrfs->vrfIterator(); it; ++it)
       if (it.value()->state() == Ip::VrfState::active)
         namespaces.insert(nsName(it.value()->netNs()));
+  std::vector<IntfFacts> intfs;
   for (const VipFacts& f : vipFacts(*sm_)) {
     const VrfIpPair& vrfIp = f.vrfIp;
-    Kiv::Ptr<LocalVipStatus> local = sm_->localVip(vrfIp);
     const bool usable = sm_->netNsUsable(vrfIp.vrfName());
     const auto family = vrfIp.ipAddr().isV6() ? Firewall::Family::v6 : Firewall::Family::v4;
     const Kiv::String8 address = vrfIp.ipAddr().stringValue();
-    for (const std::string& id : intfsOf(f, local.ptr(), usable, false)) {
+    intfFacts(f, intfs);
+    for (const IntfFacts& x : intfs) {
+      // Every recorded pair; of the inputs, the wanted ones where they can go.
+      if (!x.installed && !(usable && x.value && x.value->empty())) continue;
       Acl::ExpectedPair p;
-      p.installed = local && local->intfIdSetHas(Dravo::IntfId(id));
+      p.installed = x.installed != nullptr;
       // What is installed follows the record; what is still to come, the inputs.
-      const Dravo::NamespaceName ns = p.installed ? local->netNs() : f.inputNs;
+      const Dravo::NamespaceName& ns = p.installed ? f.local->netNs() : f.inputNs();
       p.ns = nsName(ns);
-      p.dev = p.installed ? local->intfIdSet(Dravo::IntfId(id)).stdString() : currentDev(*sm_, id);
+      p.dev = p.installed ? x.installed->stdString() : currentDev(*sm_, *x.id);
       if (p.dev.empty()) continue;  // no such interface: the add would skip it too
       p.vrf = vrfIp.vrfName().stringValue().stdString();
-      p.prefix = f.key.ipWithMask().stringValue().stdString();
-      p.intf = id;
-      p.queued = queued(*sm_, f.key, id);
+      p.prefix = f.ipWithMask().stringValue().stdString();
+      p.intf = x.id->stringValue().stdString();
+      p.queued = queued(*sm_, f, *x.id);
       const int index = int(out.pairs.size());
       for (Firewall::Target t : {Firewall::Target::accept, Firewall::Target::drop}) {
         const Kiv::String8 dev(p.dev);

@@ -13,7 +13,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/Utf8.h"
+#include "agent/control/JsonText.h"
 
 namespace Agent::Control {
 
@@ -54,20 +54,6 @@ std::string folderProblem(const std::filesystem::path& dir) {
   return "";
 }
 
-// Every string and key of `j`, made valid UTF-8.
-nlohmann::json validUtf8(const nlohmann::json& j) {
-  if (j.is_string()) return escapeInvalidUtf8(j.get_ref<const std::string&>());
-  if (j.is_array()) {
-    nlohmann::json out = nlohmann::json::array();
-    for (const nlohmann::json& x : j) out.push_back(validUtf8(x));
-    return out;
-  }
-  if (!j.is_object()) return j;
-  nlohmann::json out = nlohmann::json::object();
-  for (const auto& [key, value] : j.items()) out[escapeInvalidUtf8(key)] = validUtf8(value);
-  return out;
-}
-
 }  // namespace
 
 ControlServer::ControlServer(Kiv::ActivityManager& loop, std::string path, Handler handler)
@@ -82,7 +68,19 @@ ControlServer::~ControlServer() {
 }
 
 std::string ControlServer::replyLine(const nlohmann::json& reply) {
-  return validUtf8(reply).dump() + "\n";
+  std::string out;
+  appendJson(out, reply);
+  return out += '\n';
+}
+
+std::string ControlServer::replyLine(const nlohmann::json& reply,
+                                     const std::map<std::string, std::string>& written) {
+  std::size_t size = 2;
+  for (const auto& [name, text] : written) size += name.size() + text.size() + 4;
+  std::string out;
+  out.reserve(size + 4096);
+  appendJsonObject(out, reply, written);
+  return out += '\n';
 }
 
 std::string ControlServer::errorReply(const std::string& why) {

@@ -51,6 +51,10 @@ class ControlServer {
   // A reply as it goes on the wire: one line of JSON. Every text in it is
   // made valid UTF-8 first (escapeInvalidUtf8), so writing it never throws.
   static std::string replyLine(const nlohmann::json& reply);
+  // The same for the object `reply` with members the caller wrote as text
+  // (JsonText.h), for replies too large to build as a tree.
+  static std::string replyLine(const nlohmann::json& reply,
+                               const std::map<std::string, std::string>& written);
   // The reply to a request that could not be read: {"reply":"error",...}.
   static std::string errorReply(const std::string& why);
 

@@ -12,7 +12,7 @@ std::string doAnswer(const std::string& text, const Services& s) {
     return ControlServer::errorReply(
         "malformed request: want {\"request\": \"status\"|\"verify\"}");
   const std::string what = request["request"];
-  if (what == "status") return ControlServer::replyLine(statusJson(s.view, *s.stats, s.facts));
+  if (what == "status") return statusReply(s.view, *s.stats, s.facts);
   if (what != "verify") return ControlServer::errorReply("unknown request \"" + what + "\"");
   const bool repair = request.value("repair", false);
   if (s.facts.dryRun)

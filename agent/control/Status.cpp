@@ -1,5 +1,8 @@
 #include "agent/control/Status.h"
 
+#include "agent/control/ControlServer.h"
+#include "agent/control/JsonText.h"
+
 namespace Agent::Control {
 
 using nlohmann::json;
@@ -21,41 +24,58 @@ json sourceJson(const std::optional<SourceFacts>& s) {
           {"refused", refused},        {"lastApplied", orNull(s->lastApplied)}};
 }
 
+// One member: `nameColon` is its separator and quoted name, `,"name":`.
+void put(std::string& out, std::string_view nameColon, const std::string& value) {
+  out += nameColon;
+  appendJsonString(out, value);
+}
+void put(std::string& out, std::string_view nameColon, bool value) {
+  out += nameColon;
+  out += value ? "true" : "false";
+}
+
+// The lists as dump() would write them: names in sorted order.
+std::string virtualIpsText(const std::vector<Acl::VipView>& vips) {
+  std::string out = "[";
+  out.reserve(vips.size() * 192);
+  for (const Acl::VipView& v : vips) {
+    out += out.size() > 1 ? ",{\"interfaces\":[" : "{\"interfaces\":[";
+    for (const Acl::VipIntfView& i : v.intfs) {
+      put(out, &i == &v.intfs.front() ? "{\"device\":" : ",{\"device\":", i.dev);
+      put(out, ",\"installed\":", i.installed);
+      put(out, ",\"interface\":", i.intf);
+      put(out, ",\"queued\":", i.queued);
+      put(out, ",\"unwanted\":", i.unwanted);
+      out += '}';
+    }
+    put(out, "],\"namespace\":", v.ns);
+    put(out, ",\"prefix\":", v.prefix);
+    put(out, ",\"vrf\":", v.vrf);
+    out += '}';
+  }
+  return out += ']';
+}
+
+std::string subnetsText(const std::vector<Acl::SubnetView>& subnets) {
+  std::string out = "[";
+  out.reserve(subnets.size() * 160);
+  for (const Acl::SubnetView& s : subnets) {
+    put(out, out.size() > 1 ? ",{\"device\":" : "{\"device\":", s.dev);
+    put(out, ",\"interface\":", s.intf);
+    put(out, ",\"mac\":", s.mac);
+    put(out, ",\"namespace\":", s.ns);
+    put(out, ",\"sourceIp\":", s.srcIp);
+    put(out, ",\"subnet\":", s.subnet);
+    put(out, ",\"vrf\":", s.vrf);
+    out += '}';
+  }
+  return out += ']';
+}
+
 }  // namespace
 
 json statusJson(const Acl::PluginView* view, const ApplyStats& stats, const AgentFacts& facts) {
-  json vips = json::array(), subnets = json::array();
-  Acl::BacklogView backlog;
-  if (view) {
-    // Built in place: nlohmann's initializer lists copy every value, which
-    // at 20,000 virtual IPs costs more than reading the plug-in.
-    for (const Acl::VipView& v : view->virtualIps()) {
-      json& out = vips.emplace_back(json::object());
-      out["vrf"] = v.vrf;
-      out["namespace"] = v.ns;
-      out["prefix"] = v.prefix;
-      json& intfs = out["interfaces"] = json::array();
-      for (const Acl::VipIntfView& i : v.intfs) {
-        json& x = intfs.emplace_back(json::object());
-        x["interface"] = i.intf;
-        x["device"] = i.dev;
-        x["installed"] = i.installed;
-        x["queued"] = i.queued;
-        x["unwanted"] = i.unwanted;
-      }
-    }
-    for (const Acl::SubnetView& s : view->subnets()) {
-      json& x = subnets.emplace_back(json::object());
-      x["interface"] = s.intf;
-      x["subnet"] = s.subnet;
-      x["device"] = s.dev;
-      x["vrf"] = s.vrf;
-      x["namespace"] = s.ns;
-      x["sourceIp"] = s.srcIp;
-      x["mac"] = s.mac;
-    }
-    backlog = view->backlog();
-  }
+  const Acl::BacklogView backlog = view ? view->backlog() : Acl::BacklogView();
   json commands = json::object();
   for (const auto& [tool, c] : stats.perTool())
     commands[tool] = {{"run", c.run}, {"failed", c.failed}};
@@ -74,8 +94,6 @@ json statusJson(const Acl::PluginView* view, const ApplyStats& stats, const Agen
               {"uptime", facts.uptime},
               {"dryRun", facts.dryRun},
               {"pluginReady", view != nullptr}};
-  out["virtualIps"] = std::move(vips);
-  out["subnets"] = std::move(subnets);
   out.update(json{{"backlog", {{"size", backlog.size}, {"oldestAge", backlog.oldestAge}}},
                   {"overruns", backlog.overruns},
                   {"commands", commands},
@@ -83,6 +101,16 @@ json statusJson(const Acl::PluginView* view, const ApplyStats& stats, const Agen
                   {"document", document},
                   {"source", sourceJson(facts.source)}});
   return out;
+}
+
+std::string statusReply(const Acl::PluginView* view, const ApplyStats& stats,
+                        const AgentFacts& facts) {
+  std::map<std::string, std::string> lists = {{"subnets", "[]"}, {"virtualIps", "[]"}};
+  if (view) {
+    lists["virtualIps"] = virtualIpsText(view->virtualIps());
+    lists["subnets"] = subnetsText(view->subnets());
+  }
+  return ControlServer::replyLine(statusJson(view, stats, facts), lists);
 }
 
 }  // namespace Agent::Control

@@ -26,7 +26,14 @@ struct AgentFacts {
   std::optional<SourceFacts> source;  // a live source (Redis); none with a document
 };
 
-// `view` may be null (no plug-in state machine yet): its parts are empty.
+// The status reply line, as ControlServer::replyLine makes it. `view` may
+// be null (no plug-in state machine yet): its parts are empty.
+std::string statusReply(const Acl::PluginView* view, const ApplyStats& stats,
+                        const AgentFacts& facts);
+
+// The reply's members but for the per-VIP lists (virtualIps, subnets), which
+// statusReply writes as text: as a json tree they cost more at 20,000
+// virtual IPs than reading the plug-in.
 nlohmann::json statusJson(const Acl::PluginView* view, const ApplyStats& stats,
                           const AgentFacts& facts);
 
