@@ -12,6 +12,7 @@ void ApplyStats::ranIs(const std::string& line, int status) {
   ++counts.run;
   if (status == 0) return;
   ++counts.failed;
+  ++failedTotal_;
   const double now =
       std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
   failures_.push_back({now, c.ns, line, status});
