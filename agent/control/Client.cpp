@@ -75,7 +75,8 @@ std::optional<std::string> askAgent(const std::string& path, const std::string& 
 
 int runClient(const Options& options) {
   const bool verify = options.mode == Options::Mode::verify;
-  nlohmann::json request{{"request", verify ? "verify" : "status"}};
+  const bool metrics = options.mode == Options::Mode::metrics;
+  nlohmann::json request{{"request", verify ? "verify" : metrics ? "metrics" : "status"}};
   if (verify) request["repair"] = options.repair;
   std::string why;
   const std::optional<std::string> text =
@@ -92,6 +93,10 @@ int runClient(const Options& options) {
   if (reply.value("reply", "") == "error") {
     std::cerr << "acl-agent: the agent says: " << reply.value("error", "") << "\n";
     return 2;
+  }
+  if (metrics) {
+    std::cout << reply.value("text", "");
+    return 0;
   }
   if (options.json)
     std::cout << reply.dump(2) << "\n";

@@ -38,6 +38,9 @@ bool answers(const sockaddr_un& a) {
 ControlServer::ControlServer(Kiv::ActivityManager& loop, std::string path, Handler handler)
     : loop_(loop), path_(std::move(path)), handler_(std::move(handler)) {}
 
+ControlServer::ControlServer(Kiv::ActivityManager& loop, std::string path, PeerHandler handler)
+    : loop_(loop), path_(std::move(path)), peerHandler_(std::move(handler)) {}
+
 ControlServer::~ControlServer() {
   while (!clients_.empty()) doClose(clients_.begin()->first);
   if (listenFd_ < 0) return;
@@ -101,6 +104,9 @@ void ControlServer::handleAccept() {
       continue;
     }
     Client& c = clients_[fd];
+    ucred cred{};
+    socklen_t len = sizeof cred;
+    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) == 0) c.uid = cred.uid;
     c.deadline = loop_.timerIs(
         loop_.now() + timeout, [this, fd] { handleDeadline(fd); },
         Kiv::ActivityManager::Kind::background);
@@ -128,7 +134,7 @@ void ControlServer::handleReadable(int fd) {
   if (newline == std::string::npos && !ended) return;
   std::string request = c.in.substr(0, newline);
   if (request.empty()) return doReply(fd, errorReply("empty request"));
-  doReply(fd, handler_(request));
+  doReply(fd, peerHandler_ ? peerHandler_(request, c.uid) : handler_(request));
 }
 
 void ControlServer::handleDeadline(int fd) {

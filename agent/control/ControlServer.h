@@ -9,7 +9,10 @@
 // reply within `timeout` is dropped. At most maxClients are served at once;
 // more are closed on accept.
 //
-// The socket's directory is made 0700 when missing and the socket is 0600.
+// The socket's directory is made 0700 when missing and the socket is 0600:
+// only root (the agent's user) connects. A PeerHandler is also told the
+// connecting process's user id (SO_PEERCRED, taken at accept), for
+// requests that need more than a connection.
 // An existing socket file on which an agent answers makes doListen fail; a
 // stale one is removed. The destructor closes everything and removes the
 // socket file. Event-loop thread only.
@@ -31,7 +34,9 @@ class ControlServer {
   static constexpr double timeout = 2.0;  // seconds, on the loop's clock
   static constexpr double writeRetry = 0.01;
 
+  using PeerHandler = std::function<std::string(const std::string& request, unsigned uid)>;
   ControlServer(Kiv::ActivityManager& loop, std::string path, Handler handler);
+  ControlServer(Kiv::ActivityManager& loop, std::string path, PeerHandler handler);
   ~ControlServer();
   ControlServer(const ControlServer&) = delete;
   ControlServer& operator=(const ControlServer&) = delete;
@@ -48,6 +53,7 @@ class ControlServer {
     std::string in, out;
     std::size_t sent = 0;
     bool replying = false;
+    unsigned uid = ~0u;  // unknown: never root
     Kiv::ActivityManager::TimerId deadline = 0, retry = 0;
   };
   void handleAccept();
@@ -60,6 +66,7 @@ class ControlServer {
   Kiv::ActivityManager& loop_;
   std::string path_;
   Handler handler_;
+  PeerHandler peerHandler_;
   int listenFd_ = -1;
   std::map<int, Client> clients_;
 };

@@ -33,6 +33,8 @@ struct ControlInputs {
   const ApplyStats* stats = nullptr;
   std::function<AgentFacts()> facts;
   ReadBack readBack;
+  std::function<std::string()> metrics = nullptr;               // may be null
+  std::function<void(const VerifyResult&)> verified = nullptr;  // each verify, asked or not
 };
 
 class ControlService {
@@ -46,7 +48,7 @@ class ControlService {
   bool doOpen();
 
  private:
-  std::string handleRequest(const std::string& request);
+  std::string handleRequest(const std::string& request, unsigned uid);
   void doVerifyByItself();
   void doScheduleVerify();
 
