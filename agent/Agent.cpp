@@ -60,6 +60,7 @@ int AclAgent::run() {
         doGuarded([this] { phased_.doPublishWaiting(); });
       } else if (!readiness_.ready()) {
         readiness_.doNotifyIdle();
+        metrics_->text();  // scrapes see the converged state at once
       } else if (options_.untilIdle) {
         break;
       } else {
