@@ -102,10 +102,9 @@ void AgentMetrics::exceptionIs() {
   r_.add("acl_agent_apply_exceptions_total");
 }
 
-void AgentMetrics::doRefresh(const Acl::PluginView* view, const ApplyStats& stats, bool ready) {
+void AgentMetrics::doRefreshPairs(const Acl::PluginView* view) {
   std::map<std::pair<std::string, std::string>, double> rules;
   double installed = 0, queued = 0, failed = 0;
-  Acl::BacklogView backlog;
   if (view) {
     for (const Acl::VipView& v : view->virtualIps()) {
       const std::string family = v.prefix.find(':') == std::string::npos ? "ipv4" : "ipv6";
@@ -117,13 +116,16 @@ void AgentMetrics::doRefresh(const Acl::PluginView* view, const ApplyStats& stat
       }
     }
     for (const Acl::SubnetView& s : view->subnets()) rules[{s.ns, "arp"}] += 1;
-    backlog = view->backlog();
   }
   r_.seriesDelAll("acl_agent_rules");
   for (const auto& [key, n] : rules) r_.setIs("acl_agent_rules", {key.first, key.second}, n);
   r_.setIs("acl_agent_pairs_installed", {}, installed);
   r_.setIs("acl_agent_pairs_queued", {}, queued);
   r_.setIs("acl_agent_pairs_failed", {}, failed);
+}
+
+void AgentMetrics::doRefresh(const Acl::PluginView* view, const ApplyStats& stats, bool ready) {
+  const Acl::BacklogView backlog = view ? view->backlog() : Acl::BacklogView();
   r_.setIs("acl_agent_backlog_size", {}, double(backlog.size));
   r_.setIs("acl_agent_backlog_oldest_age_seconds", {}, backlog.size ? backlog.oldestAge : 0);
   r_.setIs("acl_agent_slices_cut_short_total", {}, double(backlog.overruns));
@@ -135,7 +137,9 @@ void AgentMetrics::doRefresh(const Acl::PluginView* view, const ApplyStats& stat
   r_.setIs("acl_agent_ready", {}, ready ? 1 : 0);
 }
 
-std::string AgentMetrics::text(const Acl::PluginView* view, const ApplyStats& stats, bool ready) {
+std::string AgentMetrics::text(const Acl::PluginView* view, const ApplyStats& stats, bool ready,
+                               bool pairs) {
+  if (pairs) doRefreshPairs(view);
   doRefresh(view, stats, ready);
   return r_.text();
 }

@@ -37,13 +37,17 @@ class AgentMetrics {
   void exceptionIs();
 
   // Refreshes the gauges from `view` (may be null) and `stats`; returns the
-  // text. `ready`: READY=1 told since the last reload.
-  std::string text(const Acl::PluginView* view, const ApplyStats& stats, bool ready);
+  // text. `ready`: READY=1 told since the last reload. Without `pairs` the
+  // per-pair gauges (rules, pairs) keep their last values: they walk every
+  // virtual IP, which a caller may not want to pay while a backlog drains.
+  std::string text(const Acl::PluginView* view, const ApplyStats& stats, bool ready,
+                   bool pairs = true);
   // Where a source adds its own families (the Redis source: connected and
   // ready as 0/1 gauges, acl_agent_redis_*), declared after construction.
   Registry& registry() { return r_; }
 
  private:
+  void doRefreshPairs(const Acl::PluginView* view);
   void doRefresh(const Acl::PluginView* view, const ApplyStats& stats, bool ready);
 
   Registry r_;

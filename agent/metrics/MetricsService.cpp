@@ -26,7 +26,13 @@ bool MetricsService::doListen(const std::string& address) {
 }
 
 std::string MetricsService::text() {
-  std::string t = metrics_.text(inputs_.view(), *inputs_.stats, inputs_.ready());
+  return doText(true);
+}
+
+std::string MetricsService::doText(bool pairs) {
+  Acl::PluginView* view = inputs_.view();
+  if (pairs) pairsAt_ = loop_.now();
+  std::string t = metrics_.text(view, *inputs_.stats, inputs_.ready(), pairs);
   if (http_) http_->textIs(t);
   return t;
 }
@@ -36,7 +42,9 @@ void MetricsService::doSchedule() {
       loop_.now() + refreshEvery,
       [this] {
         timer_ = 0;
-        text();
+        Acl::PluginView* view = inputs_.view();
+        const bool draining = view && view->backlog().size > 0;
+        doText(!draining || loop_.now() - pairsAt_ >= pairsEvery);
         doSchedule();
       },
       Kiv::ActivityManager::Kind::background);
