@@ -2,20 +2,38 @@
 
 #include <dlfcn.h>
 
+#include <chrono>
+#include <cstdlib>
 #include <iostream>
 
 #include "agent/Utf8.h"
 #include "agent/apply/Appliers.h"
+#include "agent/apply/HostTools.h"
 #include "agent/arptables/ArptablesDialect.h"
 
 namespace Agent {
+
+namespace {
+
+double wallNow() {
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+std::string pathVariable() {
+  const char* p = std::getenv("PATH");
+  return p ? p : "/usr/sbin:/usr/bin:/sbin:/bin";
+}
+
+}  // namespace
 
 AclAgent::AclAgent(Options options)
     : options_(std::move(options)),
       loop_(new Kiv::ActivityManager(new Kiv::MonotonicClock())),
       em_(new Mirel::EntityManager()),
       publisher_(em_),
-      phased_(publisher_, [this](const std::string&) {
+      phased_(publisher_, [this](const std::string& origin) {
+        applying_ = origin;
+        if (phased_.lastChanges() > 0 && metrics_) metrics_->metrics().stateChangedIs(wallNow());
         if (document_) document_->handlePublished();
         if (redis_) redis_->handlePublished();
       }) {
@@ -24,6 +42,7 @@ AclAgent::AclAgent(Options options)
 
 AclAgent::~AclAgent() {
   loop_->afterCallbackIs(nullptr);
+  loop_->callbackErrorIs(nullptr);
   // Reports queued in the applier are the plug-in's code: run them now.
   if (applier_) applier_->doApplyPending();
   control_.reset();
@@ -41,9 +60,10 @@ int AclAgent::run() {
       if (!loop_->idle()) {
         loop_->runOnce(1.0);
       } else if (phased_.waiting()) {
-        phased_.doPublishWaiting();
+        doGuarded([this] { phased_.doPublishWaiting(); });
       } else if (!readiness_.ready() && pluginsStarted_) {
         readiness_.doNotifyIdle();
+        metrics_->text();  // scrapes see the converged state at once
       } else if (options_.untilIdle && pluginsStarted_) {
         break;
       } else {
@@ -60,6 +80,28 @@ int AclAgent::run() {
   return status_;
 }
 
+void AclAgent::doGuarded(const std::function<void()>& work) {
+  try {
+    work();
+  } catch (...) {
+    handleLoopError(std::current_exception());
+  }
+}
+
+void AclAgent::handleLoopError(std::exception_ptr e) {
+  std::string what = "unknown exception";
+  try {
+    std::rethrow_exception(e);
+  } catch (const std::exception& x) {
+    what = x.what();
+  } catch (...) {
+  }
+  std::cerr << "acl-agent: exception while applying "
+            << (applying_.empty() ? "the start-up state" : applying_) << ": " << what
+            << "; going on (verify finds what is missing)\n";
+  metrics_->metrics().exceptionIs();
+}
+
 bool AclAgent::doStart() {
   startedAt_ = loop_->now();
   std::string why;  // a dry run runs no command: it may run beside the agent
@@ -67,13 +109,44 @@ bool AclAgent::doStart() {
     std::cerr << "acl-agent: " << escapeInvalidUtf8(why) << "; this one runs nothing\n";
     return false;
   }
+  // Nothing has run yet: a host without its tools stops here, untouched.
+  if (!options_.dryRun) {
+    const std::vector<std::string> missing =
+        missingTools(hostTools, pathVariable(), adapterFolder());
+    if (!missing.empty()) {
+      std::string names;
+      for (const std::string& t : missing) names += (names.empty() ? "" : ", ") + t;
+      std::cerr << "acl-agent: not found on PATH: " << names
+                << " (the start-up flush needs iptables, ip6tables and arptables); nothing was "
+                   "run\n";
+      return false;
+    }
+  }
+  metrics_ = std::make_unique<Metrics::MetricsService>(
+      *loop_,
+      Metrics::MetricsInputs{[this] { return pluginView(); }, &applyStats_,
+                             [this] { return readiness_.ready(); }},
+      Service::messageNames());
+  const bool journal = options_.log == Options::Log::journal ||
+                       (options_.log == Options::Log::automatic && Service::stderrIsJournal());
+  logRouting_ = std::make_unique<Service::LogRouting>(journal, metrics_->metrics(), applyStats_);
+  loop_->callbackErrorIs([this](std::exception_ptr e) { handleLoopError(e); });
   control_ = std::make_unique<Control::ControlService>(
       *loop_,
       Control::ControlConfig{options_.controlPath, options_.verifyEvery, options_.repair,
                              options_.dryRun},
-      Control::ControlInputs{[this] { return pluginView(); }, &applyStats_,
-                             [this] { return agentFacts(); }, verifyInputs()});
+      Control::ControlInputs{
+          [this] { return pluginView(); }, &applyStats_, [this] { return agentFacts(); },
+          verifyInputs(), [this] { return metrics_->text(); },
+          [this](const Control::VerifyResult& r) {
+            std::size_t drift = 0;
+            for (const Control::NsDrift& d : r.namespaces)
+              drift += d.missing.size() + d.misordered.size() + d.extra.size();
+            metrics_->metrics().verifiedIs(drift, r.queued + r.readded + r.removed);
+          }});
   if (!control_->doOpen()) return false;
+  if (!options_.metricsListen.empty() && !metrics_->doListen(options_.metricsListen)) return false;
+  watchdog_ = std::make_unique<Service::Watchdog>(*loop_, [this] { return !readiness_.started(); });
   // Signals first: one during start-up waits for the loop.
   signals_ = std::make_unique<Service::Signals>(
       *loop_,
@@ -89,8 +162,9 @@ bool AclAgent::doStart() {
           std::cerr << "acl-agent: SIGHUP: no state file to reload\n";
       });
   if (!options_.stateFile.empty()) {
-    document_ = std::make_unique<DocumentSource>(*loop_, phased_, options_.stateFile,
-                                                 [this] { readiness_.reloadingIs(); });
+    document_ = std::make_unique<DocumentSource>(
+        *loop_, phased_, options_.stateFile, [this] { readiness_.reloadingIs(); },
+        [this](bool applied) { metrics_->metrics().reloadIs(applied); });
     if (!document_->doStart()) return false;
   }
   if (!options_.redisAddress.empty())
@@ -102,9 +176,12 @@ bool AclAgent::doStart() {
         },
         [this] { return pluginView(); });
   // Before any plug-in loads: its start-up flushes already run arptables.
-  // A dry run runs no packet-filter command, the probe included.
+  // A dry run runs no packet-filter command, the probe included. The probe
+  // asks the host's own arptables: the adapter may be first on PATH already
+  // (the unit puts it there), and it would always answer.
   if (!options_.dryRun && !doChooseArptablesDialect(options_.arptables, [this] {
-        return runner_.commandIs(Dravo::DEFAULT_NS, {"arptables", "-L", "OUT"}) == 0;
+        const std::string own = findOnPath("arptables", pathVariable(), adapterFolder());
+        return !own.empty() && runner_.commandIs(Dravo::DEFAULT_NS, {own, "-L", "OUT"}) == 0;
       }))
     return false;
   applier_ = makeApplier({options_.apply == Options::Apply::batch ? ApplyChoice::Mode::batch
@@ -118,7 +195,10 @@ bool AclAgent::doStart() {
   if (!doLoadPlugins()) return false;
   context_ = new Acl::PluginContext(em_, applier_);
   // Whatever a loop turn queued (a slice, a repair) is applied when it ends.
-  loop_->afterCallbackIs([this] { applier_->doApplyPending(); });
+  loop_->afterCallbackIs([this] {
+    applier_->doApplyPending();
+    metrics_->metrics().turnEndedIs(applyStats_, wallNow());
+  });
   if (!redis_) return doInitPlugins();
   redis_->doStart();  // it calls doInitPlugins once the state is known
   return true;

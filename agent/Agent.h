@@ -5,7 +5,9 @@
 //             the Redis source: subscribe, snapshot, follow, resync
 //   apply/    the one runner and the appliers behind the plug-in's runBashCmd
 //   control/  the control socket, status, verify and repair, self-verify
-//   service/  signals, readiness for the service manager
+//   service/  signals, readiness and watchdog for the service manager, the
+//             log messages' way to the journal
+//   metrics/  the metrics, over the control socket and HTTP
 //   arptables/ the arptables dialect
 //
 // Start-up order: the host lock (service/HostLock.h: a second agent, whatever
@@ -16,8 +18,15 @@
 // timer: the plug-in's backlog is drained) does the first of: publish the
 // phase 2 a reload waits for; tell the service manager READY=1; with
 // --until-idle, stop. SIGTERM and SIGINT stop the loop (exit 0); SIGHUP
-// reloads. An exception that escapes the loop ends the agent with status 1
-// and "acl-agent: internal error: WHAT".
+// reloads. An exception that escapes a loop callback or a publish (the
+// plug-in applying a change, say) is logged with what was being applied,
+// counted (acl_agent_apply_exceptions_total), and the loop goes on:
+//   acl-agent: exception while applying ORIGIN: WHAT; going on (verify finds what is missing)
+// One that escapes start-up ends the agent with status 1 and
+// "acl-agent: internal error: WHAT".
+//
+// Before anything runs, the host's iptables, ip6tables and arptables must
+// be on PATH (not counting the adapter's folder), unless --dry-run.
 //
 // With --redis the plug-ins' init waits for the source's first snapshot
 // taken with the ready row (no start-up flush before the state is known);
@@ -40,8 +49,11 @@
 #include "agent/apply/Runner.h"
 #include "agent/control/ControlService.h"
 #include "agent/service/HostLock.h"
+#include "agent/metrics/MetricsService.h"
+#include "agent/service/Journal.h"
 #include "agent/service/Readiness.h"
 #include "agent/service/Signals.h"
+#include "agent/service/Watchdog.h"
 #include "agent/source/DocumentSource.h"
 #include "agent/source/PhasedPublisher.h"
 #include "agent/source/Publisher.h"
@@ -67,7 +79,8 @@ class AclAgent {
   bool doStart();
   bool doLoadPlugins();
   bool doInitPlugins();
-  void doTurn();
+  void doGuarded(const std::function<void()>& work);
+  void handleLoopError(std::exception_ptr e);
   Acl::PluginView* pluginView() const;
   // What verify runs its commands with (the runner, no shell) and tells
   // which delete lines will fail.
@@ -84,6 +97,9 @@ class AclAgent {
   Publisher publisher_;
   PhasedPublisher phased_;
   Service::Readiness readiness_;
+  std::unique_ptr<Metrics::MetricsService> metrics_;
+  std::unique_ptr<Service::LogRouting> logRouting_;
+  std::unique_ptr<Service::Watchdog> watchdog_;
   std::unique_ptr<DocumentSource> document_;
   std::unique_ptr<Redis::RedisSource> redis_;
   std::unique_ptr<Control::ControlService> control_;
@@ -95,6 +111,7 @@ class AclAgent {
 
   bool pluginsStarted_ = false;  // their init ran
   int status_ = 0;               // exit status once the loop stops
+  std::string applying_;        // the origin of the change last published
 };
 
 }  // namespace Agent

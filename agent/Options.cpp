@@ -21,6 +21,8 @@ bool allowed(Mode mode, std::string_view name) {
       return name == "--json";
     case Mode::verify:
       return name == "--repair";
+    case Mode::metrics:
+      return false;
     case Mode::agent:
       return name != "--json";
   }
@@ -59,6 +61,7 @@ Options parseOptions(int argc, const char* const* argv) {
   int i = 1;
   if (argc > 1 && std::string_view(argv[1]) == "status") o.mode = Mode::status, ++i;
   if (argc > 1 && std::string_view(argv[1]) == "verify") o.mode = Mode::verify, ++i;
+  if (argc > 1 && std::string_view(argv[1]) == "metrics") o.mode = Mode::metrics, ++i;
   for (; i < argc; ++i) {
     std::string_view arg = argv[i];
     std::string_view name = arg.substr(0, arg.find('='));
@@ -120,6 +123,14 @@ Options parseOptions(int argc, const char* const* argv) {
       o.verifyEvery = seconds(name, value());
     } else if (name == "--repair") {
       o.repair = flag();
+    } else if (name == "--metrics-listen") {
+      o.metricsListen = value();
+      if (o.metricsListen.empty()) throw UsageError("--metrics-listen needs ADDRESS:PORT");
+    } else if (name == "--log") {
+      o.log = choice(
+          name, value(),
+          {std::pair("auto", Options::Log::automatic), std::pair("stderr", Options::Log::plain),
+           std::pair("journal", Options::Log::journal)});
     } else if (name == "--json") {
       o.json = flag();
     } else if (name == "--help" || name == "-h") {
@@ -142,8 +153,10 @@ const char* usageText() {
          "                 [--dry-run[=FILE]] [--control PATH] [--lock PATH] [--verify-every "
          "SECONDS "
          "[--repair]]\n"
+         "                 [--metrics-listen ADDRESS:PORT] [--log auto|stderr|journal]\n"
          "       acl-agent status [--control PATH] [--json]\n"
          "       acl-agent verify [--control PATH] [--repair]\n"
+         "       acl-agent metrics [--control PATH]\n"
          "\n"
          "The agent:\n"
          "  --state FILE        state document (JSON) to publish; re-read on change and on SIGHUP\n"
@@ -166,11 +179,15 @@ const char* usageText() {
          "                      agents of separate simulated hosts may use separate locks\n"
          "  --verify-every S    read the rules back every S seconds and log drift\n"
          "  --repair            with --verify-every: repair the drift too\n"
+         "  --metrics-listen A  serve GET /metrics (Prometheus text) on A, e.g. 127.0.0.1:9641\n"
+         "  --log WHERE         the four log messages: auto (default: the journal when stderr\n"
+         "                      is the journal's stream, else stderr and syslog), stderr, journal\n"
          "\n"
          "Clients of a running agent (exit 0 in step, 1 on drift, 2 on error):\n"
          "  status              what is installed, queued and failed; --json for the JSON form\n"
          "  verify              compare the kernel's rules with the records; --repair fixes "
-         "drift\n";
+         "drift\n"
+         "  metrics             the agent's metrics in the Prometheus text format\n";
 }
 
 std::string defaultPluginPath() {

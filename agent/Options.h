@@ -1,6 +1,6 @@
 // The command line of acl-agent. Two kinds of run:
 //   acl-agent [OPTION]...                 the agent itself (see usageText())
-//   acl-agent status|verify [OPTION]...   a client of a running agent's control socket
+//   acl-agent status|verify|metrics [OPTION]...   a client of a running agent's control socket
 // Parsing only: nothing is applied here.
 #pragma once
 
@@ -13,7 +13,8 @@
 namespace Agent {
 
 struct Options {
-  enum class Mode { agent, status, verify };
+  enum class Mode { agent, status, verify, metrics };
+  enum class Log { automatic, plain, journal };  // plain: stderr and syslog
   enum class Apply { perLine, batch };
 
   Mode mode = Mode::agent;
@@ -31,9 +32,11 @@ struct Options {
   std::string controlPath = "/run/acl-agent/control.sock";
   // One agent per host, whatever its socket (service/HostLock.h).
   std::string lockPath = "/run/acl-agent.lock";
-  double verifyEvery = 0;  // seconds; 0: never by itself
-  bool repair = false;     // verify: repair drift too
-  bool json = false;       // status: the JSON form
+  double verifyEvery = 0;     // seconds; 0: never by itself
+  bool repair = false;        // verify: repair drift too
+  bool json = false;          // status: the JSON form
+  std::string metricsListen;  // ADDRESS:PORT for GET /metrics; empty: none
+  Log log = Log::automatic;   // automatic: the journal when $JOURNAL_STREAM is stderr
 };
 
 // Bad usage; what() tells what was wrong. The caller prints it with the

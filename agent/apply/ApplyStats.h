@@ -29,10 +29,23 @@ class ApplyStats {
   const std::map<std::string, Counts>& perTool() const { return perTool_; }
   // Oldest first; at most keptFailures.
   const std::deque<Failure>& failures() const { return failures_; }
+  // Failures ever, all tools: the sequence number of the latest failure.
+  std::uint64_t failedTotal() const { return failedTotal_; }
+
+  // Time the runner spent in commands (seconds), and how many it timed.
+  void spentIs(double seconds) {
+    spent_ += seconds;
+    ++timed_;
+  }
+  double spent() const { return spent_; }
+  std::uint64_t timed() const { return timed_; }
 
  private:
   std::map<std::string, Counts> perTool_;
   std::deque<Failure> failures_;
+  std::uint64_t failedTotal_ = 0;
+  double spent_ = 0;
+  std::uint64_t timed_ = 0;
 };
 
 }  // namespace Agent

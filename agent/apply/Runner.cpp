@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -128,8 +129,18 @@ int doSpawn(const std::vector<std::string>& words, const std::string& input, std
 
 }  // namespace
 
+namespace {
+
+double secondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+}  // namespace
+
 int Runner::shellLineIs(const std::string& line) {
+  const auto start = std::chrono::steady_clock::now();
   const int status = ::system(line.c_str());
+  stats_.spentIs(secondsSince(start));
   stats_.ranIs(line, status);
   return status;
 }
@@ -138,7 +149,9 @@ int Runner::commandIs(const Dravo::NamespaceName& ns, const std::vector<std::str
                       const std::string& input, std::string* out) {
   std::vector<std::string> words = Dravo::namespaceExecArgv(ns);
   words.insert(words.end(), argv.begin(), argv.end());
+  const auto start = std::chrono::steady_clock::now();
   const int status = argv.empty() ? -1 : doSpawn(words, input, out);
+  stats_.spentIs(secondsSince(start));
   stats_.ranIs(commandText(ns, argv), status);
   return status;
 }

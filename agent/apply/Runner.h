@@ -8,8 +8,9 @@
 //                run with posix_spawnp, never through a shell, placed into
 //                its namespace by the one prefix rule as words. No word is
 //                ever interpreted, whatever a listing put in it.
-// Both block the loop until the command exits and count it in ApplyStats
-// (which must outlive the runner). Event-loop thread only; never throws.
+// Both block the loop until the command exits and count it, with the time
+// it took, in ApplyStats (which must outlive the runner). Event-loop thread
+// only; never throws.
 #pragma once
 
 #include <string>

@@ -27,12 +27,13 @@ constexpr std::size_t maxReply = 64 << 20;
 
 int answered(const Options& options, const std::string& text) {
   const bool verify = options.mode == Options::Mode::verify;
+  const bool metrics = options.mode == Options::Mode::metrics;
   const nlohmann::json reply = nlohmann::json::parse(text, nullptr, false);
   if (reply.is_discarded()) {
     std::cerr << "acl-agent: the agent's reply is not JSON (" << text.size() << " bytes)\n";
     return 2;
   }
-  const std::string problem = replyProblem(reply, verify ? "verify" : "status");
+  const std::string problem = replyProblem(reply, verify ? "verify" : metrics ? "metrics" : "status");
   if (!problem.empty()) {
     std::cerr << "acl-agent: malformed reply from the agent: " << problem << "\n";
     return 2;
@@ -40,6 +41,10 @@ int answered(const Options& options, const std::string& text) {
   if (reply["reply"] == "error") {
     std::cerr << "acl-agent: the agent says: " << reply["error"].get<std::string>() << "\n";
     return 2;
+  }
+  if (metrics) {
+    std::cout << reply["text"].get<std::string>();
+    return 0;
   }
   if (options.json)
     std::cout << reply.dump(2) << "\n";
@@ -109,7 +114,8 @@ std::optional<std::string> askAgent(const std::string& path, const std::string& 
 
 int runClient(const Options& options) {
   const bool verify = options.mode == Options::Mode::verify;
-  nlohmann::json request{{"request", verify ? "verify" : "status"}};
+  const bool metrics = options.mode == Options::Mode::metrics;
+  nlohmann::json request{{"request", verify ? "verify" : metrics ? "metrics" : "status"}};
   if (verify) request["repair"] = options.repair;
   std::string why;
   const std::optional<std::string> text =

@@ -4,6 +4,7 @@
 //           when the agent cannot be asked.
 //   verify: the findings (or the JSON); exit 0 in step, 1 on drift (also
 //           when --repair repaired it), 2 on error.
+//   metrics: the Prometheus text; exit 0, or 2 when the agent cannot be asked.
 #pragma once
 
 #include <optional>

@@ -59,6 +59,9 @@ std::string folderProblem(const std::filesystem::path& dir) {
 ControlServer::ControlServer(Kiv::ActivityManager& loop, std::string path, Handler handler)
     : loop_(loop), path_(std::move(path)), handler_(std::move(handler)) {}
 
+ControlServer::ControlServer(Kiv::ActivityManager& loop, std::string path, PeerHandler handler)
+    : loop_(loop), path_(std::move(path)), peerHandler_(std::move(handler)) {}
+
 ControlServer::~ControlServer() {
   while (!clients_.empty()) doClose(clients_.begin()->first);
   if (listenFd_ < 0) return;
@@ -142,6 +145,9 @@ void ControlServer::handleAccept() {
     }
     Client& c = clients_[fd];
     c.order = ++accepted_;
+    ucred cred{};
+    socklen_t len = sizeof cred;
+    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) == 0) c.uid = cred.uid;
     c.deadline = loop_.timerIs(
         loop_.now() + timeout, [this, fd] { handleDeadline(fd); },
         Kiv::ActivityManager::Kind::background);
@@ -188,7 +194,7 @@ void ControlServer::handleReadable(int fd) {
   if (request.empty()) return doReply(fd, errorReply("empty request"));
   std::string reply;
   try {
-    reply = handler_(request);
+    reply = peerHandler_ ? peerHandler_(request, c.uid) : handler_(request);
   } catch (const std::exception& e) {  // a client never ends the agent
     reply = errorReply(std::string("request failed: ") + e.what());
   }

@@ -14,10 +14,12 @@
 // The socket's directory is made 0700 when missing. Whether made or found, it
 // must be owned by root (or by the user the agent runs as) and writable by
 // nobody else, since whoever may write it can replace the socket and answer
-// in the agent's name. The socket is 0600. An existing socket file on which
-// an agent answers makes doListen fail; a stale one is removed. The
-// destructor closes everything and removes the socket file. Event-loop
-// thread only.
+// in the agent's name. The socket is 0600: only root (the agent's user)
+// connects. A PeerHandler is also told the connecting process's user id
+// (SO_PEERCRED, taken at accept), for requests that need more than a
+// connection. An existing socket file on which an agent answers makes
+// doListen fail; a stale one is removed. The destructor closes everything
+// and removes the socket file. Event-loop thread only.
 #pragma once
 
 #include <cstdint>
@@ -39,7 +41,9 @@ class ControlServer {
   static constexpr double timeout = 2.0;  // seconds, on the loop's clock
   static constexpr double writeRetry = 0.01;
 
+  using PeerHandler = std::function<std::string(const std::string& request, unsigned uid)>;
   ControlServer(Kiv::ActivityManager& loop, std::string path, Handler handler);
+  ControlServer(Kiv::ActivityManager& loop, std::string path, PeerHandler handler);
   ~ControlServer();
   ControlServer(const ControlServer&) = delete;
   ControlServer& operator=(const ControlServer&) = delete;
@@ -64,6 +68,7 @@ class ControlServer {
     std::size_t sent = 0;
     bool replying = false;    // a complete request came: no longer idle
     std::uint64_t order = 0;  // accept order: the oldest idle one goes first
+    unsigned uid = ~0u;       // unknown: never root
     Kiv::ActivityManager::TimerId deadline = 0, retry = 0;
   };
   void handleAccept();
@@ -78,6 +83,7 @@ class ControlServer {
   Kiv::ActivityManager& loop_;
   std::string path_;
   Handler handler_;
+  PeerHandler peerHandler_;
   int listenFd_ = -1;
   std::map<int, Client> clients_;
   std::uint64_t accepted_ = 0;

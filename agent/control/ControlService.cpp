@@ -16,7 +16,10 @@ ControlService::~ControlService() {
 
 bool ControlService::doOpen() {
   server_ = std::make_unique<ControlServer>(
-      loop_, config_.path, [this](const std::string& request) { return handleRequest(request); });
+      loop_, config_.path,
+      ControlServer::PeerHandler([this](const std::string& request, unsigned uid) {
+        return handleRequest(request, uid);
+      }));
   std::string why;
   if (!server_->doListen(why)) {
     std::cerr << "acl-agent: --control: " << why << "\n";
@@ -27,8 +30,9 @@ bool ControlService::doOpen() {
   return true;
 }
 
-std::string ControlService::handleRequest(const std::string& request) {
-  return answerRequest(request, {inputs_.view(), inputs_.stats, inputs_.facts(), inputs_.verify});
+std::string ControlService::handleRequest(const std::string& request, unsigned uid) {
+  return answerRequest(request, {inputs_.view(), inputs_.stats, inputs_.facts(), inputs_.verify,
+                                 inputs_.metrics, inputs_.verified, uid});
 }
 
 void ControlService::doScheduleVerify() {
@@ -52,6 +56,7 @@ void ControlService::doVerifyByItself() {
     std::cerr << "acl-agent: verify failed: " << e.what() << "\n";
     return;
   }
+  if (inputs_.verified) inputs_.verified(r);
   for (const NsDrift& d : r.namespaces) {
     if (d.inStep()) continue;
     std::cerr << "acl-agent: verify: " << d.ns << ": ";

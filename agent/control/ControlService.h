@@ -36,6 +36,8 @@ struct ControlInputs {
   // Runs verify's commands (no shell) and takes the delete lines it knows
   // will fail; `seen` is kept by the service itself.
   VerifyInputs verify;
+  std::function<std::string()> metrics = nullptr;               // may be null
+  std::function<void(const VerifyResult&)> verified = nullptr;  // each verify, asked or not
 };
 
 class ControlService {
@@ -49,7 +51,7 @@ class ControlService {
   bool doOpen();
 
  private:
-  std::string handleRequest(const std::string& request);
+  std::string handleRequest(const std::string& request, unsigned uid);
   void doVerifyByItself();
   void doScheduleVerify();
 

@@ -35,6 +35,7 @@ const Shape& shapes() {
                    "connectedSince": "number|null", "ready": "bool", "rows": "number",
                    "refused": [ { "key": "string", "reason": "string" } ],
                    "lastApplied": "number|null" } },
+    "metrics": { "reply": "=metrics", "text": "string" },
     "verify": {
       "reply": "=verify", "inStep": "bool", "readFailed": "bool",
       "namespaces": [ { "namespace": "string", "inStep": "bool", "error?": "string",

@@ -13,12 +13,17 @@ std::string doAnswer(const std::string& text, const Services& s) {
         "malformed request: want {\"request\": \"status\"|\"verify\"}");
   const std::string what = request["request"];
   if (what == "status") return statusReply(s.view, *s.stats, s.facts);
+  if (what == "metrics" && s.metrics)
+    return nlohmann::json{{"reply", "metrics"}, {"text", s.metrics()}}.dump() + "\n";
   if (what != "verify") return ControlServer::errorReply("unknown request \"" + what + "\"");
   const bool repair = request.value("repair", false);
+  if (repair && s.peerUid != 0) return ControlServer::errorReply("repair is root's only");
   if (s.facts.dryRun)
     return ControlServer::errorReply("dry run: nothing is installed to read back");
   if (!s.view) return ControlServer::errorReply("the plug-in is not ready yet");
-  return ControlServer::replyLine(verifyJson(doVerify(*s.view, s.verify, repair)));
+  const VerifyResult r = doVerify(*s.view, s.verify, repair);
+  if (s.verified) s.verified(r);
+  return ControlServer::replyLine(verifyJson(r));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@ void Readiness::doNotifyIdle() {
   if (ready_) return;
   notify("READY=1");
   ready_ = true;
+  started_ = true;
 }
 
 void Readiness::reloadingIs() {

@@ -10,6 +10,8 @@ namespace Agent::Service {
 class Readiness {
  public:
   bool ready() const { return ready_; }
+  // READY=1 was sent at least once: the first convergence is done.
+  bool started() const { return started_; }
   // The loop is idle: READY=1 unless already sent since the last reload.
   void doNotifyIdle();
   void reloadingIs();
@@ -17,6 +19,7 @@ class Readiness {
 
  private:
   bool ready_ = false;
+  bool started_ = false;
 };
 
 }  // namespace Agent::Service

@@ -10,6 +10,7 @@
 #include <iostream>
 
 #include "agent/Utf8.h"
+#include "agent/source/MemoryBudget.h"
 #include "agent/source/Sha256.h"
 
 namespace Agent {
@@ -28,11 +29,13 @@ double wallNow() {
 }  // namespace
 
 DocumentSource::DocumentSource(Kiv::ActivityManager& loop, PhasedPublisher& publisher,
-                               std::string path, ReloadStarted reloadStarted)
+                               std::string path, ReloadStarted reloadStarted,
+                               ReloadEnded reloadEnded)
     : loop_(loop),
       publisher_(publisher),
       path_(std::move(path)),
-      reloadStarted_(std::move(reloadStarted)) {
+      reloadStarted_(std::move(reloadStarted)),
+      reloadEnded_(std::move(reloadEnded)) {
   const std::filesystem::path p(path_);
   folder_ = p.parent_path().empty() ? "." : p.parent_path().string();
   name_ = p.filename().string();
@@ -72,18 +75,25 @@ void DocumentSource::doReload() {
 bool DocumentSource::doPublish(bool reload) {
   if (reload && reloadStarted_) reloadStarted_();
   StateDocument next;
+  std::string why;
   try {
     next = loadStateDocument(path_);
+    why = memoryRefusal(addedPairs(publisher_.current(), next), memoryHeadroom());
   } catch (const std::exception& e) {  // a refused document, or one too large to hold
-    std::cerr << "acl-agent: " << escapeInvalidUtf8(path_ + ": " + e.what()) << "\n";
+    why = e.what();
+  }
+  if (!why.empty()) {
+    std::cerr << "acl-agent: " << escapeInvalidUtf8(path_ + ": " + why) << "\n";
     facts_.lastRefused = wallNow();
-    facts_.lastRefusedWhy = e.what();
+    facts_.lastRefusedWhy = why;
     if (reload) std::cerr << "acl-agent: reload refused; the state in force stays\n";
+    if (reload && reloadEnded_) reloadEnded_(false);
     return false;
   }
   facts_.lastRefused = 0;
   facts_.lastRefusedWhy.clear();
   pendingSha256_ = fileSha256Hex(path_);
+  pendingReload_ = reload;
   publisher_.targetIs(std::move(next), path_, reload);
   return true;
 }
@@ -91,6 +101,8 @@ bool DocumentSource::doPublish(bool reload) {
 void DocumentSource::handlePublished() {
   facts_.sha256 = pendingSha256_;
   facts_.applied = wallNow();
+  if (pendingReload_ && reloadEnded_) reloadEnded_(true);
+  pendingReload_ = false;
 }
 
 void DocumentSource::handleFolderEvents() {

@@ -9,7 +9,9 @@
 // A reload is all or nothing: a refused document changes nothing, prints
 //   acl-agent: FILE: PLACE: REASON
 //   acl-agent: reload refused; the state in force stays
-// and is kept as the last refusal until a document is accepted.
+// and is kept as the last refusal until a document is accepted. A document
+// whose new pairs would not fit in the memory left (MemoryBudget.h) is
+// refused the same way, before any of it is published.
 // Event-loop thread only.
 #pragma once
 
@@ -35,9 +37,11 @@ class DocumentSource {
   // Called when a reload starts, before the file is read (the service
   // manager is told the agent is reloading).
   using ReloadStarted = std::function<void()>;
+  // Called when a reload ends: true once fully published, false refused.
+  using ReloadEnded = std::function<void(bool applied)>;
 
   DocumentSource(Kiv::ActivityManager& loop, PhasedPublisher& publisher, std::string path,
-                 ReloadStarted reloadStarted);
+                 ReloadStarted reloadStarted, ReloadEnded reloadEnded = nullptr);
   ~DocumentSource();
   DocumentSource(const DocumentSource&) = delete;
   DocumentSource& operator=(const DocumentSource&) = delete;
@@ -60,6 +64,8 @@ class DocumentSource {
   PhasedPublisher& publisher_;
   std::string path_, folder_, name_;
   ReloadStarted reloadStarted_;
+  ReloadEnded reloadEnded_;
+  bool pendingReload_ = false;  // the document waiting for its phase 2 is a reload
   int inotifyFd_ = -1;
   int watch_ = -1;
   Kiv::ActivityManager::TimerId reloadTimer_ = 0, rearmTimer_ = 0;

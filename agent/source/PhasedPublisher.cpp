@@ -36,6 +36,7 @@ void PhasedPublisher::doPublishWaiting() {
   waiting_.reset();
   const std::size_t changes = phaseOneChanges_ + publisher_.publish(next);
   phaseOneChanges_ = 0;
+  lastChanges_ = changes;
   std::cerr << "acl-agent: published " << waitingOrigin_ << ": " << summary(next);
   if (waitingReload_) std::cerr << " (" << changes << " changes)";
   std::cerr << "\n";

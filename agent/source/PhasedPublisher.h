@@ -39,6 +39,8 @@ class PhasedPublisher {
   // Phase 2, or nothing when no target waits.
   void doPublishWaiting();
   const StateDocument& current() const { return publisher_.current(); }
+  // Changes made by the last full publish (both phases of a reload).
+  std::size_t lastChanges() const { return lastChanges_; }
 
  private:
   Publisher& publisher_;
@@ -47,6 +49,7 @@ class PhasedPublisher {
   std::string waitingOrigin_;
   bool waitingReload_ = false;
   std::size_t phaseOneChanges_ = 0;
+  std::size_t lastChanges_ = 0;
 };
 
 // "3 interfaces, 2 VRFs, 4 IPv4 VIPs, 1 IPv6 VIPs".

@@ -54,8 +54,22 @@ void ActivityManager::post(Callback cb) {
 }
 
 void ActivityManager::doRun(Callback& cb) {
-  cb();
-  if (afterCallback_) afterCallback_();
+  if (!callbackError_) {
+    cb();
+    if (afterCallback_) afterCallback_();
+    return;
+  }
+  try {
+    cb();
+  } catch (...) {
+    callbackError_(std::current_exception());
+  }
+  // What the callback queued before it failed is still applied.
+  try {
+    if (afterCallback_) afterCallback_();
+  } catch (...) {
+    callbackError_(std::current_exception());
+  }
 }
 
 std::size_t ActivityManager::runReady(int pollMs) {

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <functional>
 #include <map>
 
@@ -52,6 +53,12 @@ class ActivityManager : public PtrInterface {
   // One hook; a second call replaces it, an empty one removes it.
   void afterCallbackIs(Callback cb) { afterCallback_ = std::move(cb); }
 
+  // Where an exception that escapes a callback (or the after-callback hook)
+  // goes. With a handler the loop hands it the exception and goes on with
+  // its next callback; without one the exception leaves the run call.
+  using ErrorHandler = std::function<void(std::exception_ptr)>;
+  void callbackErrorIs(ErrorHandler h) { callbackError_ = std::move(h); }
+
   // Runs all work that is ready now (posted work, timers due on the clock,
   // readable descriptors) until none is left; never waits. Returns how many
   // callbacks ran.
@@ -80,6 +87,7 @@ class ActivityManager : public PtrInterface {
   std::map<int, Callback> writeFds_;
   std::deque<Callback> posted_;
   Callback afterCallback_;
+  ErrorHandler callbackError_;
   TimerId nextTimer_ = 1;
   bool stopped_ = false;
 };

@@ -100,7 +100,8 @@ class HashMap {
   bool contains(const K& k) const { return find(k) != nullptr; }
 
   // Inserts (k, v) unless k is present; returns the stored value and whether
-  // it was inserted.
+  // it was inserted. Strong guarantee: if an allocation throws, the map is
+  // unchanged (its table may have grown).
   std::pair<V*, bool> insert(const K& k, V v) {
     std::uint32_t rh = kivHash(k);
     if (Node* n = findNode(rh, k)) return {&n->kv.second, false};
@@ -131,10 +132,13 @@ class HashMap {
 
   // Bucket by bucket, so clearing is linear (restarting each erase from the
   // first bucket made it quadratic). Each entry is unlinked before it is
-  // destroyed; the outer loop picks up entries a destructor inserted.
+  // destroyed; the outer loop picks up entries a destructor inserted, and
+  // stops when a pass finds nothing, whatever size_ says.
   void clear() {
-    while (size_) {
+    for (bool found = true; size_ && found;) {
+      found = false;
       for (std::size_t b = 0; b < buckets_.size(); ++b) {
+        found = found || buckets_[b];
         while (Node* n = buckets_[b]) {
           buckets_[b] = n->next;
           --size_;
@@ -143,6 +147,7 @@ class HashMap {
         }
       }
     }
+    size_ = 0;  // nodes a failed growth lost (none since growth is safe)
   }
 
   Iterator iterator() const { return Iterator(this, first(0)); }
@@ -180,14 +185,17 @@ class HashMap {
     n->next = *pp;
     *pp = n;
   }
+  // Strong guarantee: everything that can throw (both allocations) happens
+  // before the table changes; moving the nodes cannot fail. A failure then
+  // leaves the map as it was, so a later clear() still finds every node.
   void grow() {
-    std::vector<Node*> old(buckets_.size() * 2, nullptr);
-    old.swap(buckets_);
+    std::vector<Node*> grown(buckets_.size() * 2, nullptr);
+    std::vector<Node**> tails(grown.size());
+    grown.swap(buckets_);
     ++bits_;
     // Walking the old table in order and appending keeps every bucket sorted.
-    std::vector<Node**> tails(buckets_.size());
     for (std::size_t i = 0; i < buckets_.size(); ++i) tails[i] = &buckets_[i];
-    for (Node* head : old) {
+    for (Node* head : grown) {
       while (head) {
         Node* next = head->next;
         std::size_t b = bucketOf(head->rh);

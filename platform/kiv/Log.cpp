@@ -19,13 +19,13 @@ LogSink& sinkRef() {
   return *s;
 }
 
-void defaultSink(const LogRecord& r) {
+}  // namespace
+
+void defaultLogSink(const LogRecord& r) {
   std::cerr << '%' << r.name << ": " << r.text << '\n';
   ::syslog(static_cast<int>(r.severity), "%%%.*s: %.*s", static_cast<int>(r.name.size()),
            r.name.data(), static_cast<int>(r.text.size()), r.text.data());
 }
-
-}  // namespace
 
 LogHandle::LogHandle(const char* name, LogSeverity severity, const char* format,
                      const char* explanation, const char* recommendedAction, double minInterval,
@@ -71,11 +71,11 @@ std::string LogHandle::formatted(const String8* texts, unsigned n) const {
 
 void LogHandle::log(std::uint32_t, const String8* texts, unsigned n) {
   const std::string text = formatted(texts, n);
-  LogRecord rec{name_, severity_, text};
+  LogRecord rec{name_, severity_, text, texts, n};
   if (sinkRef())
     sinkRef()(rec);
   else
-    defaultSink(rec);
+    defaultLogSink(rec);
 }
 
 void logSinkIs(LogSink sink) {

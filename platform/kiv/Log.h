@@ -31,10 +31,15 @@ enum class LogSeverity : std::uint8_t {
 
 extern const char* const NoActionRequired;
 
+// One raised message: its handle's name and severity, the formatted text,
+// and the argument texts it was formatted from (in format order), so that a
+// sink can give each argument a field of its own.
 struct LogRecord {
   std::string_view name;
   LogSeverity severity;
   std::string_view text;
+  const String8* args = nullptr;
+  unsigned argCount = 0;
 };
 
 class LogHandle {
@@ -83,8 +88,10 @@ class LogHandle {
 };
 
 // Where log lines go; the default writes "%NAME: text" to stderr and to
-// syslog. Passing an empty function restores the default.
+// syslog. Passing an empty function restores the default. A sink that adds
+// to the default (counting, say) calls defaultLogSink itself.
 using LogSink = std::function<void(const LogRecord&)>;
 void logSinkIs(LogSink sink);
+void defaultLogSink(const LogRecord& r);
 
 }  // namespace Kiv

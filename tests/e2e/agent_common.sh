@@ -24,7 +24,7 @@ agent="$work/acl-agent"
 {
   echo '#!/bin/sh'
   echo 'case " $* " in *" --control "* | *" --control="*) exec '"'$real_agent'"' "$@" ;; esac'
-  echo 'case "$1" in status | verify) m="$1"; shift; set -- "$m" --control '"'$control'"' "$@" ;;'
+  echo 'case "$1" in status | verify | metrics) m="$1"; shift; set -- "$m" --control '"'$control'"' "$@" ;;'
   echo '  *) set -- --control '"'$control'"' "$@" ;;'
   echo 'esac'
   echo 'exec '"'$real_agent'"' "$@"'

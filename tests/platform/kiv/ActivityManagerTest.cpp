@@ -81,4 +81,26 @@ TEST(ActivityManager, CallsReadAndWriteHooksOfADescriptor) {
   ::close(p[1]);
 }
 
+TEST(ActivityManager, ACallbacksExceptionGoesToTheHandlerAndTheLoopGoesOn) {
+  ManualLoop loop(100.0);
+  Kiv::ActivityManager& am = loop.loop();
+  Fired fired;
+  am.afterCallbackIs([&] { fired.push_back("after"); });
+  am.callbackErrorIs([&](std::exception_ptr e) {
+    try {
+      std::rethrow_exception(e);
+    } catch (const std::bad_alloc&) {
+      fired.push_back("bad_alloc");
+    }
+  });
+  am.post([] { throw std::bad_alloc(); });
+  am.post([&] { fired.push_back("next"); });
+  loop.runUntilIdle();
+  EXPECT_EQ(fired, (Fired{"bad_alloc", "after", "next", "after"}));
+  am.callbackErrorIs(nullptr);
+  am.post([] { throw std::bad_alloc(); });
+  EXPECT_THROW(loop.runUntilIdle(), std::bad_alloc) << "without a handler it leaves the loop";
+  am.afterCallbackIs(nullptr);
+}
+
 }  // namespace

@@ -1,17 +1,36 @@
-// Kiv::HashMap: basics, an order that depends only on the contents, and
-// walks that erase and insert as they go.
+// Kiv::HashMap: basics, an order that depends only on the contents, walks
+// that erase and insert as they go, and allocation failures (operator new
+// replaced below, armed only around the call under test).
 #include "platform/kiv/HashMap.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <map>
+#include <new>
 #include <random>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "platform/dravo/IntfId.h"
+
+namespace {
+long allocationsBeforeFailure = -1;  // -1: never fail
+}  // namespace
+
+void* operator new(std::size_t n) {
+  if (allocationsBeforeFailure >= 0 && allocationsBeforeFailure-- == 0) throw std::bad_alloc();
+  if (void* p = std::malloc(n ? n : 1)) return p;
+  throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept {
+  std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+  std::free(p);
+}
 
 namespace {
 
@@ -104,6 +123,40 @@ TEST(HashMap, WalkThatErasesAndInsertsVisitsEachOriginalEntryOnce) {
   m.erase(it.key());
   EXPECT_THROW(it.key(), Kiv::RangeException);
   EXPECT_EQ((++it).key(), second);
+}
+
+}  // namespace
+
+namespace {
+
+// Each allocation of an insert that grows the table fails in turn: the map
+// keeps its entries (findable, walkable, clearable) and the next insert works.
+TEST(HashMap, InsertThatFailsToAllocateLeavesTheMapAsItWas) {
+  const std::vector<IntfId> keys = intfs(0, 9);  // the 9th insert grows the table of 8
+  const IntfId last = keys.back();
+  for (long k = 0;; ++k) {
+    Map m;
+    for (int i = 0; i < 8; ++i) m.insert(keys[i], i);
+    allocationsBeforeFailure = k;
+    bool failed = false;
+    try {
+      m.insert(last, 8);
+    } catch (const std::bad_alloc&) {
+      failed = true;
+    }
+    allocationsBeforeFailure = -1;
+    if (!failed) {
+      EXPECT_GE(k, 2) << "both bucket arrays and the node are allocated";
+      EXPECT_EQ(m.size(), 9u);
+      break;
+    }
+    EXPECT_EQ(m.size(), 8u) << "failed allocation " << k;
+    EXPECT_FALSE(m.contains(last));
+    EXPECT_EQ(walkOrder(m), expectedOrder(intfs(0, 8))) << "failed allocation " << k;
+    m.clear();
+    EXPECT_TRUE(m.empty());
+    EXPECT_FALSE(m.begin());
+  }
 }
 
 }  // namespace
