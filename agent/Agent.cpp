@@ -9,6 +9,22 @@
 
 namespace Agent {
 
+namespace {
+
+ApplyChoice::Mode applyMode(Options::Apply a) {
+  switch (a) {
+    case Options::Apply::batch:
+      return ApplyChoice::Mode::batch;
+    case Options::Apply::nft:
+      return ApplyChoice::Mode::nft;
+    case Options::Apply::perLine:
+      break;
+  }
+  return ApplyChoice::Mode::perLine;
+}
+
+}  // namespace
+
 AclAgent::AclAgent(Options options)
     : options_(std::move(options)),
       loop_(new Kiv::ActivityManager(new Kiv::MonotonicClock())),
@@ -23,7 +39,7 @@ AclAgent::AclAgent(Options options)
 AclAgent::~AclAgent() {
   loop_->afterCallbackIs(nullptr);
   // Reports queued in the applier are the plug-in's code: run them now.
-  if (applier_) applier_->doApplyPending();
+  if (applier_) applier_->doApplyAll();
   control_.reset();
   // The view's code lives in the plug-in: let it go before the plug-in does.
   if (context_) context_->pluginViewIs(nullptr);
@@ -87,16 +103,15 @@ bool AclAgent::doStart() {
     if (!document_->doStart()) return false;
   }
   // Before any plug-in loads: its start-up flushes already run arptables.
-  // A dry run runs no packet-filter command, the probe included.
-  if (!options_.dryRun && !doChooseArptablesDialect(options_.arptables, [this] {
+  // A dry run runs no packet-filter command, the probe included; nft needs no dialect.
+  if (!options_.dryRun && options_.apply != Options::Apply::nft &&
+      !doChooseArptablesDialect(options_.arptables, [this] {
         return runner_.commandIs(Dravo::DEFAULT_NS, {"arptables", "-L", "OUT"}) == 0;
       }))
     return false;
   std::string why;
-  applier_ = makeApplier({options_.apply == Options::Apply::batch ? ApplyChoice::Mode::batch
-                                                                  : ApplyChoice::Mode::perLine,
-                          options_.dryRun, options_.dryRunFile},
-                         runner_, knownAbsent_, why);
+  applier_ = makeApplier({applyMode(options_.apply), options_.dryRun, options_.dryRunFile}, runner_,
+                         knownAbsent_, why);
   if (!applier_) {
     std::cerr << "acl-agent: " << why << "\n";
     return false;
