@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "agent/apply/Appliers.h"
+#include "agent/apply/nft/NftReadBack.h"
 #include "agent/arptables/ArptablesDialect.h"
 
 namespace Agent {
@@ -79,9 +80,14 @@ bool AclAgent::doStart() {
       *loop_,
       Control::ControlConfig{options_.controlPath, options_.verifyEvery, options_.repair,
                              options_.dryRun},
-      Control::ControlInputs{
-          [this] { return pluginView(); }, &applyStats_, [this] { return agentFacts(); },
-          [this](const std::string& line) { return Control::readBackCommand(line, applyStats_); }});
+      Control::ControlInputs{[this] { return pluginView(); }, &applyStats_,
+                             [this] { return agentFacts(); },
+                             [this](const std::string& line) {
+                               // nft mode reads its own tables back, never another tool's.
+                               if (auto* nft = dynamic_cast<Nft::NftApplier*>(applier_.ptr()))
+                                 return Nft::doReadBack(*nft, line);
+                               return Control::readBackCommand(line, applyStats_);
+                             }});
   if (!control_->doOpen()) return false;
   // Signals first: one during start-up waits for the loop.
   signals_ = std::make_unique<Service::Signals>(
