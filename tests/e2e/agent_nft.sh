@@ -67,10 +67,12 @@ run_mode nft
   "$work/logs.per-line" || fail "per-line did not log the one failed removal: $(cat "$work/logs.per-line")"
 diff -u "$work/logs.per-line" "$work/logs.nft" || fail "nft logged otherwise than per-line"
 diff -u "$work/verify.per-line" "$work/verify.nft" || fail "verify differs between the modes"
-nft list set ip acl-agent drop_all | grep -q '10.0.10.3 . "vlan10"' || fail "10.0.10.3 is missing"
-ip netns exec ns-blue nft list set ip acl-agent drop_all | grep -q '10.0.30.1 . "vlan30"' ||
-  fail "the re-masked virtual IP is missing in ns-blue"
-nft list chain arp acl-agent output | grep -q "ether set 02:1c:73:00:00:98" || fail "the new MAC is missing"
+# Listings are read whole first: grep -q would end them early (a failure under pipefail).
+grep -q '10.0.10.3 . "vlan10"' <<<"$(nft list set ip acl-agent drop_all)" || fail "10.0.10.3 is missing: $(nft list ruleset; cat "$work/verify.nft"; grep -v "^%" "$work/err.nft" | tail -40)"
+grep -q '10.0.30.1 . "vlan30"' <<<"$(ip netns exec ns-blue nft list set ip acl-agent drop_all)" ||
+  fail "the re-masked virtual IP is missing in ns-blue: $(ip netns exec ns-blue nft list ruleset; cat "$work/verify.nft"; grep -v "^%" "$work/err.nft" | tail -30)"
+grep -q "ether set 02:1c:73:00:00:98" <<<"$(nft list chain arp acl-agent output)" ||
+  fail "the new MAC is missing: $(nft list table arp acl-agent; cat "$work/verify.nft")"
 after="$(nft list table inet keep; nft list table arp keep; iptables -t mangle -S PREROUTING)"
 [ "$before" = "$after" ] || fail "other tables changed: $before // $after"
 [ "$(wc -l <"$FHRP_ARPTABLES_LOG")" = "$arptables_lines" ] || fail "nft mode ran arptables"

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 namespace Agent::Nft {
 
@@ -42,7 +43,7 @@ std::unique_ptr<Context> Context::open(const std::string& ns, std::string& why) 
   if (ns == "default") {
     nft_ctx* c = newContext();
     if (!c) why = "cannot make a libnftables context";
-    return c ? std::unique_ptr<Context>(new Context(c, ns, 0, 0)) : nullptr;
+    return c ? std::unique_ptr<Context>(new Context(c, ns, -1, 0, 0)) : nullptr;
   }
   const std::string path = namespacePath(ns);
   Fd target{path.empty() ? -1 : ::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
@@ -63,17 +64,36 @@ std::unique_ptr<Context> Context::open(const std::string& ns, std::string& why) 
     why = "cannot make a libnftables context";
     return nullptr;
   }
-  return std::unique_ptr<Context>(new Context(c, ns, st.st_dev, st.st_ino));
+  const int fd = std::exchange(target.fd, -1);
+  return std::unique_ptr<Context>(new Context(c, ns, fd, st.st_dev, st.st_ino));
 }
 
-Context::Context(nft_ctx* ctx, std::string ns, dev_t dev, ino_t ino)
-    : ctx_(ctx), ns_(std::move(ns)), dev_(dev), ino_(ino) {}
+// The calling thread inside the context's namespace for a scope.
+class Context::Inside {
+ public:
+  explicit Inside(const Context& c) {
+    if (c.fd_ < 0) return;
+    self_.fd = ::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
+    if (self_.fd < 0 || ::setns(c.fd_, CLONE_NEWNET) != 0) std::abort();
+  }
+  ~Inside() {
+    if (self_.fd >= 0 && ::setns(self_.fd, CLONE_NEWNET) != 0) std::abort();
+  }
+
+ private:
+  Fd self_{-1};
+};
+
+Context::Context(nft_ctx* ctx, std::string ns, int fd, dev_t dev, ino_t ino)
+    : ctx_(ctx), fd_(fd), ns_(std::move(ns)), dev_(dev), ino_(ino) {}
 
 Context::~Context() {
   ::nft_ctx_free(ctx_);
+  if (fd_ >= 0) ::close(fd_);
 }
 
 int Context::run(const std::string& script) {
+  Inside in(*this);
   ::nft_ctx_output_set_flags(ctx_, 0);
   const int status = ::nft_run_cmd_from_buffer(ctx_, script.c_str());
   error_ = status == 0 ? "" : ::nft_ctx_get_error_buffer(ctx_);
@@ -82,6 +102,7 @@ int Context::run(const std::string& script) {
 }
 
 std::optional<std::string> Context::listJson(const std::string& command) {
+  Inside in(*this);
   ::nft_ctx_output_set_flags(ctx_, NFT_CTX_OUTPUT_JSON | NFT_CTX_OUTPUT_HANDLE);
   const int status = ::nft_run_cmd_from_buffer(ctx_, command.c_str());
   ::nft_ctx_output_set_flags(ctx_, 0);

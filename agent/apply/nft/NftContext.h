@@ -1,8 +1,12 @@
 // A libnftables context bound to one network namespace. The context is
 // made inside the namespace (the loop thread enters it with setns, makes
-// the context, and goes back), so its netlink socket stays bound there:
-// nothing runs a process or `ip netns exec`. The agent's own namespace is
-// "default". Event-loop thread only (setns changes the calling thread).
+// the context, and goes back), so its netlink socket is bound there:
+// nothing runs a process or `ip netns exec`. Each call enters the namespace
+// again for its duration too, because libnftables may open its socket
+// afresh (it does so when a dump was interrupted), and a socket opened
+// from the agent's own namespace would change the wrong tables. The
+// agent's own namespace is "default". Event-loop thread only (setns
+// changes the calling thread).
 #pragma once
 
 #include <sys/types.h>
@@ -41,9 +45,11 @@ class Context {
   std::set<int>& ready() { return ready_; }
 
  private:
-  Context(nft_ctx* ctx, std::string ns, dev_t dev, ino_t ino);
+  Context(nft_ctx* ctx, std::string ns, int fd, dev_t dev, ino_t ino);
+  class Inside;
 
   nft_ctx* ctx_;
+  int fd_;  // the namespace, held while the context lives; -1 for "default"
   std::string ns_;
   dev_t dev_;
   ino_t ino_;
