@@ -138,7 +138,7 @@ NftApplier::Plan NftApplier::plan(Context& ctx, std::vector<Entry*>& es, std::si
                                   std::size_t e) {
   Script s;
   std::optional<std::multimap<std::string, std::uint64_t>> listed;  // ARP rules by key, in order
-  std::map<std::string, int> added;  // ARP rules this transaction adds
+  std::map<std::string, std::deque<std::size_t>> added;  // ARP adds of this script, by key
   for (std::size_t i = b; i < e; ++i) {
     Entry& en = *es[i];
     en.status = 0;
@@ -158,8 +158,7 @@ NftApplier::Plan NftApplier::plan(Context& ctx, std::vector<Entry*>& es, std::si
     }
     const std::string key = arpKey(c);
     if (c.op == Op::add) {
-      s.arpRuleIs(c);
-      ++added[key];
+      added[key].push_back(s.arpRuleIs(c));
       continue;
     }
     if (!listed) {
@@ -171,9 +170,10 @@ NftApplier::Plan NftApplier::plan(Context& ctx, std::vector<Entry*>& es, std::si
     if (it != listed->end()) {
       s.arpRuleDel(it->second);
       listed->erase(it);
-    } else if (added[key] > 0) {
-      // The rule it deletes is added above: its handle exists once that is applied.
-      return {i, std::move(s)};
+    } else if (!added[key].empty()) {
+      // The first rule of these four values is one this script adds: both go.
+      s.arpRuleCancel(added[key].front());
+      added[key].pop_front();
     } else {
       en.status = kFailed;  // no such rule
     }

@@ -29,7 +29,10 @@
 //                                        which one delete leaves one);
 //   delete of an absent element or rule  fails, nothing changes;
 //   ARP add                              appends a rule; a delete removes the
-//                                        first rule of the same four values;
+//                                        first rule of the same four values
+//                                        (found by its handle in a listing of
+//                                        the agent's arp table; one this
+//                                        transaction adds is taken back);
 //   flush                                the family's own table made empty
 //                                        (and made, if it was not there).
 // Counts: each line under its tool as it would run, each transaction under

@@ -108,7 +108,7 @@ json listed(const std::string& text) {
 
 void Script::flushIs(Family f) {
   const std::string t = std::string(familyName(f)) + " " + kTable;
-  body_ += "add table " + t + "\ndelete table " + t + "\n";
+  body_.push_back("add table " + t + "\ndelete table " + t + "\n");
   remade_.insert(f);
   touched_.insert(f);
   group_.clear();
@@ -120,35 +120,45 @@ void Script::elementIs(const Change& c) {
                             familyName(c.family) + " " + kTable + " " + setOf(c.verdict);
   const std::string element = c.address + " . \"" + c.dev + "\"";
   if (group == group_ && groupKeys_.insert(element).second) {
-    body_.insert(body_.size() - 3, ", " + element);  // before " }\n"
+    body_.back().insert(body_.back().size() - 3, ", " + element);  // before " }\n"
     return;
   }
   group_ = group;
   groupKeys_ = {element};
-  body_ += group + " { " + element + " }\n";
+  body_.push_back(group + " { " + element + " }\n");
 }
 
-void Script::arpRuleIs(const Change& c) {
+std::size_t Script::arpRuleIs(const Change& c) {
   touched_.insert(Family::arp);
   group_.clear();
-  body_ += std::string("add rule arp ") + kTable +
-           " output arp operation request arp hlen 6 arp daddr ip " + c.subnet + " oifname \"" +
-           c.dev + "\" arp saddr ether set " + c.mac + " arp saddr ip set " + c.address + "\n";
+  body_.push_back(std::string("add rule arp ") + kTable +
+                  " output arp operation request arp hlen 6 arp daddr ip " + c.subnet +
+                  " oifname \"" + c.dev + "\" arp saddr ether set " + c.mac + " arp saddr ip set " +
+                  c.address + "\n");
+  return body_.size() - 1;
 }
 
 void Script::arpRuleDel(std::uint64_t handle) {
   touched_.insert(Family::arp);
   group_.clear();
-  body_ +=
-      std::string("delete rule arp ") + kTable + " output handle " + std::to_string(handle) + "\n";
+  body_.push_back(std::string("delete rule arp ") + kTable + " output handle " +
+                  std::to_string(handle) + "\n");
+}
+
+bool Script::empty() const {
+  for (const std::string& c : body_)
+    if (!c.empty()) return false;
+  return true;
 }
 
 std::string Script::text(const std::set<Family>& ready) const {
   std::string ensured;
   for (Family f : touched_)
     if (!ready.count(f) || remade_.count(f)) ensured += ensureText(f);
+  std::string body;
+  for (const std::string& c : body_) body += c;
   // A flush deletes its table in the body: the table is made again after it.
-  return remade_.empty() ? ensured + body_ : body_ + ensured;
+  return remade_.empty() ? ensured + body : body + ensured;
 }
 
 std::string arpKey(const Change& c) {

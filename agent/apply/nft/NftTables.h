@@ -45,17 +45,21 @@ class Script {
   // Adds or deletes one set element; consecutive ones of a set share a
   // command while their elements differ.
   void elementIs(const Change& c);
-  void arpRuleIs(const Change& c);
+  // Returns the command's place, for arpRuleCancel.
+  std::size_t arpRuleIs(const Change& c);
+  // Takes an ARP add of this script back: an add and a delete of the same
+  // rule in one transaction change nothing, and both succeed.
+  void arpRuleCancel(std::size_t place) { body_.at(place).clear(); }
   void arpRuleDel(std::uint64_t handle);
-  bool empty() const { return body_.empty(); }
+  bool empty() const;
   // The script; families in `ready` are taken as in place.
   std::string text(const std::set<Family>& ready = {}) const;
   const std::set<Family>& touched() const { return touched_; }
 
  private:
   std::set<Family> touched_, remade_;
-  std::string body_;
-  std::string group_;  // the open element command's "op family set"
+  std::vector<std::string> body_;  // commands; "" for one taken back
+  std::string group_;              // the open element command's "op family set"
   std::set<std::string> groupKeys_;
 };
 
