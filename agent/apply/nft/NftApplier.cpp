@@ -35,12 +35,13 @@ NftApplier::NftApplier(ApplyStats& stats, KnownAbsent& absent, std::size_t chunk
 
 int NftApplier::lineIs(const std::string& line, FailureReport report) {
   if (report) {
-    pending_.push_back({line, changeOf(line), std::move(report)});
+    // Read when applied: the plug-in's slice only queues.
+    pending_.push_back({line, std::nullopt, std::move(report)});
     return 0;
   }
   doApplyAll();
   std::vector<Entry> now;
-  now.push_back({line, changeOf(line), nullptr});
+  now.push_back({line, std::nullopt, nullptr});
   doApply(now);
   return now.front().status;
 }
@@ -73,6 +74,7 @@ void NftApplier::doApply(std::vector<Entry>& chunk) {
   std::vector<std::string> order;
   std::map<std::string, std::vector<Entry*>> byNs;
   for (Entry& e : chunk) {
+    e.change = changeOf(e.line);
     const std::string ns =
         e.change ? e.change->ns : Dravo::namespacedCommandOf(e.line).ns.stringValue().stdString();
     auto [it, fresh] = byNs.try_emplace(ns);
