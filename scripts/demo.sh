@@ -110,7 +110,8 @@ traffic() {
   in_ns "$ns" ip neigh flush dev "$dev"
   echo "   ping $vip: $(pinged "$nb" "$vip")"
   [ -z "${vip6[$dev]:-}" ] || echo "   ping ${vip6[$dev]}: $(pinged "$nb" "${vip6[$dev]}")"
-  local counted
+  local counted answer
+  answer="$(tcp "$nb" "$vip")"
   if [ "$apply" = nft ]; then
     counted="$(in_ns "$ns" nft list chain ip acl-agent prerouting | awk '/@drop_all/ { print $(NF-3) }')"
     counted="the drop rule counted $counted packets"
@@ -119,7 +120,7 @@ traffic() {
       awk '/ DROP / && / '"$vip"' / { print $1 }')"
     counted="DROP rule counted $counted packets"
   fi
-  echo "   TCP $vip:7000: $(tcp "$nb" "$vip") ($counted)"
+  echo "   TCP $vip:7000: $answer ($counted)"
   echo "   TCP ${own[$dev]%/*}:7000 (the switch's own address): $(tcp "$nb" "${own[$dev]%/*}")"
 }
 
