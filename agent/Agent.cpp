@@ -9,6 +9,7 @@
 #include "agent/Utf8.h"
 #include "agent/apply/Appliers.h"
 #include "agent/apply/HostTools.h"
+#include "agent/apply/nft/NftReadBack.h"
 #include "agent/arptables/ArptablesDialect.h"
 
 namespace Agent {
@@ -22,6 +23,18 @@ double wallNow() {
 std::string pathVariable() {
   const char* p = std::getenv("PATH");
   return p ? p : "/usr/sbin:/usr/bin:/sbin:/bin";
+}
+
+ApplyChoice::Mode applyMode(Options::Apply a) {
+  switch (a) {
+    case Options::Apply::batch:
+      return ApplyChoice::Mode::batch;
+    case Options::Apply::nft:
+      return ApplyChoice::Mode::nft;
+    case Options::Apply::perLine:
+      break;
+  }
+  return ApplyChoice::Mode::perLine;
 }
 
 }  // namespace
@@ -44,7 +57,7 @@ AclAgent::~AclAgent() {
   loop_->afterCallbackIs(nullptr);
   loop_->callbackErrorIs(nullptr);
   // Reports queued in the applier are the plug-in's code: run them now.
-  if (applier_) applier_->doApplyPending();
+  if (applier_) applier_->doApplyAll();
   control_.reset();
   redis_.reset();
   // The view's code lives in the plug-in: let it go before the plug-in does.
@@ -176,18 +189,17 @@ bool AclAgent::doStart() {
         },
         [this] { return pluginView(); });
   // Before any plug-in loads: its start-up flushes already run arptables.
-  // A dry run runs no packet-filter command, the probe included. The probe
-  // asks the host's own arptables: the adapter may be first on PATH already
-  // (the unit puts it there), and it would always answer.
-  if (!options_.dryRun && !doChooseArptablesDialect(options_.arptables, [this] {
+  // A dry run runs no packet-filter command, the probe included; nft needs no
+  // dialect. The probe asks the host's own arptables: the adapter may be
+  // first on PATH already (the unit puts it there), and it would always answer.
+  if (!options_.dryRun && options_.apply != Options::Apply::nft &&
+      !doChooseArptablesDialect(options_.arptables, [this] {
         const std::string own = findOnPath("arptables", pathVariable(), adapterFolder());
         return !own.empty() && runner_.commandIs(Dravo::DEFAULT_NS, {own, "-L", "OUT"}) == 0;
       }))
     return false;
-  applier_ = makeApplier({options_.apply == Options::Apply::batch ? ApplyChoice::Mode::batch
-                                                                  : ApplyChoice::Mode::perLine,
-                          options_.dryRun, options_.dryRunFile},
-                         runner_, knownAbsent_, why);
+  applier_ = makeApplier({applyMode(options_.apply), options_.dryRun, options_.dryRunFile}, runner_,
+                         knownAbsent_, why);
   if (!applier_) {
     std::cerr << "acl-agent: " << why << "\n";
     return false;
@@ -232,6 +244,9 @@ bool AclAgent::doLoadPlugins() {
 Control::VerifyInputs AclAgent::verifyInputs() {
   auto command = [this](const std::string& ns, const std::vector<std::string>& argv,
                         std::string* out) {
+    // nft mode reads and repairs its own tables, never another tool's.
+    if (auto* nft = dynamic_cast<Nft::NftApplier*>(applier_.ptr()))
+      return Nft::doCommand(*nft, ns, argv, out);
     return runner_.commandIs(Dravo::NamespaceName(ns), argv, {}, out);
   };
   return {command, Control::namespaceExists,

@@ -101,9 +101,10 @@ Options parseOptions(int argc, const char* const* argv) {
     } else if (name == "--until-idle") {
       o.untilIdle = flag();
     } else if (name == "--apply") {
-      o.apply = choice(name, value(),
-                       {std::pair("per-line", Options::Apply::perLine),
-                        std::pair("batch", Options::Apply::batch)});
+      o.apply = choice(
+          name, value(),
+          {std::pair("per-line", Options::Apply::perLine),
+           std::pair("batch", Options::Apply::batch), std::pair("nft", Options::Apply::nft)});
     } else if (name == "--arptables") {
       o.arptables = choice(name, value(),
                            {std::pair("auto", ArptablesDialect::automatic),
@@ -149,7 +150,7 @@ const char* usageText() {
   return "usage: acl-agent [--state FILE | --redis ADDRESS [--redis-db N]] [--plugin SO]... "
          "[--trace FACILITY/LEVELS] "
          "[--until-idle]\n"
-         "                 [--apply per-line|batch] [--arptables auto|native|stock]\n"
+         "                 [--apply per-line|batch|nft] [--arptables auto|native|stock]\n"
          "                 [--dry-run[=FILE]] [--control PATH] [--lock PATH] [--verify-every "
          "SECONDS "
          "[--repair]]\n"
@@ -167,7 +168,9 @@ const char* usageText() {
          "  --trace SPEC        trace levels, e.g. VirtualIpArpMangleSm/0-8 (repeatable)\n"
          "  --until-idle        exit 0 once the plug-in is running and has no work left\n"
          "  --apply MODE        per-line (default): one process per rule line;\n"
-         "                      batch: one iptables-restore per namespace and family per slice\n"
+         "                      batch: one iptables-restore per namespace and family per slice;\n"
+         "                      nft: the agent's own nftables tables, one in-process\n"
+         "                      transaction per namespace per slice (--arptables is ignored)\n"
          "  --arptables DIALECT auto (default): probe the host's arptables at start-up;\n"
          "                      native: run the plug-in's lines as they are;\n"
          "                      stock: translate them for a stock Linux arptables (through\n"

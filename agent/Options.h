@@ -15,7 +15,7 @@ namespace Agent {
 struct Options {
   enum class Mode { agent, status, verify, metrics };
   enum class Log { automatic, plain, journal };  // plain: stderr and syslog
-  enum class Apply { perLine, batch };
+  enum class Apply { perLine, batch, nft };
 
   Mode mode = Mode::agent;
   std::string stateFile;             // empty: publish nothing, never reload
@@ -26,7 +26,7 @@ struct Options {
   bool untilIdle = false;
   bool help = false;
   Apply apply = Apply::perLine;
-  ArptablesDialect arptables = ArptablesDialect::automatic;
+  ArptablesDialect arptables = ArptablesDialect::automatic;  // not used with Apply::nft
   bool dryRun = false;
   std::string dryRunFile;  // with dryRun: empty means stdout
   std::string controlPath = "/run/acl-agent/control.sock";

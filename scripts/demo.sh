@@ -6,21 +6,26 @@
 # namespace on the far end of a veth pair. The host's own packet filters and
 # namespaces are never touched; no packet leaves the sandbox.
 #
-#   scripts/demo.sh [preset]      (debug by default; release works too)
+#   scripts/demo.sh [preset] [applier]   (debug by default; release works too;
+#                                         applier per-line (default), batch or nft:
+#                                         with nft it shows `nft list table ...`)
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 inside=__fhrp_demo_inside__
 
 if [ "${1:-}" != "$inside" ]; then
   preset="${1:-debug}"
+  apply="${2:-per-line}"
+  case "$apply" in per-line | batch | nft) ;; *) echo "demo: no applier \"$apply\"" >&2; exit 2 ;; esac
   scripts/setup.sh
   cmake --preset "$preset"
   cmake --build --preset "$preset"
-  exec scripts/sandbox.sh --no-stand-ins scripts/demo.sh "$inside" "build/$preset/bin/acl-agent"
+  exec scripts/sandbox.sh --no-stand-ins scripts/demo.sh "$inside" "build/$preset/bin/acl-agent" "$apply"
 fi
 # The namespaces made below must stay in scripts/sandbox.sh's sandbox.
 source "$(dirname "${BASH_SOURCE[0]}")/lib/require-sandbox.sh" demo
 agent="$2"
+apply="$3"
 state=examples/state.json
 vmac=02:1c:73:00:00:99 # the example's virtual router MAC
 
@@ -69,8 +74,8 @@ done
 
 scratch="$(mktemp -d)"
 # The control socket in the scratch folder, never under the host's /run.
-echo "== acl-agent --state $state --until-idle --trace VirtualIpArpMangleSm/0,5"
-if ! "$agent" --state "$state" --until-idle --trace VirtualIpArpMangleSm/0,5 \
+echo "== acl-agent --state $state --apply $apply --until-idle --trace VirtualIpArpMangleSm/0,5"
+if ! "$agent" --state "$state" --apply "$apply" --until-idle --trace VirtualIpArpMangleSm/0,5 \
   --control "$scratch/control.sock" 2>&1; then
   echo "demo: acl-agent failed" >&2
   exit 1
@@ -105,20 +110,36 @@ traffic() {
   in_ns "$ns" ip neigh flush dev "$dev"
   echo "   ping $vip: $(pinged "$nb" "$vip")"
   [ -z "${vip6[$dev]:-}" ] || echo "   ping ${vip6[$dev]}: $(pinged "$nb" "${vip6[$dev]}")"
-  echo "   TCP $vip:7000: $(tcp "$nb" "$vip") (DROP rule counted $(in_ns "$ns" iptables -t mangle \
-    -L PREROUTING -v -n -x | awk '/ DROP / && / '"$vip"' / { print $1 }') packets)"
+  local counted answer
+  answer="$(tcp "$nb" "$vip")"
+  if [ "$apply" = nft ]; then
+    counted="$(in_ns "$ns" nft list chain ip acl-agent prerouting | awk '/@drop_all/ { print $(NF-3) }')"
+    counted="the drop rule counted $counted packets"
+  else
+    counted="$(in_ns "$ns" iptables -t mangle -L PREROUTING -v -n -x |
+      awk '/ DROP / && / '"$vip"' / { print $1 }')"
+    counted="DROP rule counted $counted packets"
+  fi
+  echo "   TCP $vip:7000: $answer ($counted)"
   echo "   TCP ${own[$dev]%/*}:7000 (the switch's own address): $(tcp "$nb" "${own[$dev]%/*}")"
 }
 
 for ns in "${namespaces[@]}"; do
   echo
   echo "== namespace $ns (devices: ${devices[$ns]})"
-  for tool in iptables ip6tables; do
-    echo "-- $tool -t mangle -S PREROUTING"
-    in_ns "$ns" "$tool" -t mangle -S PREROUTING
-  done
-  echo "-- arptables -L"
-  in_ns "$ns" arptables -L
+  if [ "$apply" = nft ]; then
+    for family in ip ip6 arp; do
+      echo "-- nft list table $family acl-agent"
+      in_ns "$ns" nft list table "$family" acl-agent
+    done
+  else
+    for tool in iptables ip6tables; do
+      echo "-- $tool -t mangle -S PREROUTING"
+      in_ns "$ns" "$tool" -t mangle -S PREROUTING
+    done
+    echo "-- arptables -L"
+    in_ns "$ns" arptables -L
+  fi
   for dev in ${devices[$ns]}; do
     [ -z "${own[$dev]:-}" ] || traffic "$ns" "$dev"
   done

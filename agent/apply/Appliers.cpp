@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "agent/apply/BatchApplier.h"
+#include "agent/apply/nft/NftApplier.h"
 
 namespace Agent {
 
@@ -51,6 +52,7 @@ Kiv::Ptr<Acl::CommandApplier> makeApplier(const ApplyChoice& choice, Runner& run
     return new DryRunToFile(runner.stats(), std::move(file));
   }
   if (choice.mode == ApplyChoice::Mode::batch) return new BatchApplier(runner, absent);
+  if (choice.mode == ApplyChoice::Mode::nft) return new Nft::NftApplier(runner.stats(), absent);
   return new PerLineApplier(runner, absent);
 }
 

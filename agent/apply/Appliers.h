@@ -3,6 +3,7 @@
 // keeps the contract of platform/acl/CommandApplier.h:
 //   PerLineApplier  one system() per line, as the plug-in would itself;
 //   BatchApplier    a loop turn's lines per restore (BatchApplier.h);
+//   NftApplier      the agent's own nftables tables (nft/NftApplier.h);
 //   DryRunApplier   runs nothing: writes each line and takes it as succeeded.
 // They run every line through the one Runner (which counts it) and treat the
 // failure of a line registered in KnownAbsent as success. Runner and
@@ -46,7 +47,7 @@ class DryRunApplier : public Acl::CommandApplier {
 };
 
 struct ApplyChoice {
-  enum class Mode { perLine, batch };
+  enum class Mode { perLine, batch, nft };
   Mode mode = Mode::perLine;
   bool dryRun = false;
   std::string dryRunFile;  // with dryRun: empty means stdout

@@ -15,9 +15,10 @@
 //   dropped: an applier never folds lines away.
 // - A line taken for later is applied when the host's loop turn that took it
 //   ends (doApplyPending), whoever queued it: the plug-in's timer, a control
-//   request, the host's own verify or repair.
+//   request, the host's own verify or repair; or, by an applier that applies
+//   in chunks, starting then, in order, before anything taken later.
 // - A report is code of the plug-in: the host drains its applier
-//   (doApplyPending) before it unloads any plug-in, so no report outlives
+//   (doApplyAll) before it unloads any plug-in, so no report outlives
 //   the code it calls.
 // - An applier's own messages never use the plug-in's trace facility.
 //
@@ -42,8 +43,12 @@ class CommandApplier : public Kiv::PtrInterface {
   // it fails when applied. A line without a report (a start-up flush, say)
   // always runs at once, after everything taken before it.
   virtual int lineIs(const std::string& line, FailureReport report) = 0;
-  // Applies everything taken so far (see the contract above).
+  // Applies what was taken so far (see the contract above). An applier may
+  // apply a big backlog in bounded chunks over several loop turns; it then
+  // keeps the loop busy (posted work) until all of it is applied, in order.
   virtual void doApplyPending() {}
+  // Applies everything taken so far, now: before a plug-in is unloaded.
+  virtual void doApplyAll() { doApplyPending(); }
 
  protected:
   ~CommandApplier() override = default;

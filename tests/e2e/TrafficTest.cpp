@@ -1,5 +1,6 @@
 // The whole product on the wire: the built acl-agent, its plug-in and the
-// arptables adapter against the real iptables, ip6tables and arptables, with
+// arptables adapter against the real iptables, ip6tables and arptables (or,
+// with --apply nft, the agent's own nftables tables), with
 // real packets between a "switch" namespace (the sandbox's own for the
 // default VRF, ns-red for VRF red) and a "neighbour" namespace joined to it
 // by a veth pair. Everything lives in the test's private sandbox.
@@ -52,6 +53,8 @@ struct Site {
 void PrintTo(const Site& s, std::ostream* o) {
   *o << s.name;
 }
+// A site and the applier the agent runs with.
+using Case = std::tuple<Site, std::string>;
 
 // The prefix that runs a command in namespace ns ("default": the sandbox's own).
 std::string at(const std::string& ns) {
@@ -87,11 +90,21 @@ bool reaches(const Site& s, const std::string& ip) {
   return said.find("Connection refused") != std::string::npos;
 }
 
-// Packets counted by the DROP rule for ip in mangle PREROUTING; -1: no such rule.
-long dropped(const std::string& tool, const std::string& ns, const std::string& ip) {
+// Packets counted by the DROP rule for ip in mangle PREROUTING; -1: no such
+// rule. With nft: by the drop rule of the family's table, when ip is an
+// element of its drop set.
+long dropped(const std::string& apply, const std::string& tool, const std::string& ns,
+             const std::string& ip) {
+  const std::string family = tool == "iptables" ? "ip" : "ip6";
   const std::string n =
-      output(at(ns) + tool + " -t mangle -L PREROUTING -v -n -x | awk '/ DROP / && / " + ip +
-             " / {print $1}'");
+      apply != "nft"
+          ? output(at(ns) + tool + " -t mangle -L PREROUTING -v -n -x | awk '/ DROP / && / " + ip +
+                   " / {print $1}'")
+      : output(at(ns) + "nft list set " + family + " acl-agent drop_all 2>/dev/null")
+                  .find(ip + " . ") == std::string::npos
+          ? ""
+          : output(at(ns) + "nft list chain " + family +
+                   " acl-agent prerouting | awk '/@drop_all/ {print $(NF-3)}'");
   return n.empty() ? -1 : std::stol(n);
 }
 
@@ -125,8 +138,8 @@ ArpSender arpSenderSeen(const Site& site) {
 // acl-agent as a child process on a state document that the test replaces.
 class AgentRun {
  public:
-  AgentRun(const Site& site, const std::string& dialect, const std::vector<std::string>& vips4,
-           const std::vector<std::string>& vips6 = {})
+  AgentRun(const Site& site, const std::string& apply, const std::string& dialect,
+           const std::vector<std::string>& vips4, const std::vector<std::string>& vips6 = {})
       : site_(site) {
     char d[] = "/tmp/fhrp-traffic-XXXXXX";
     dir_ = ::mkdtemp(d);
@@ -135,7 +148,7 @@ class AgentRun {
     ::dup2(::open((dir_ + "/err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 2);
     ::execl(FHRP_AGENT, FHRP_AGENT, "--state", (dir_ + "/state.json").c_str(),
             ("--arptables=" + dialect).c_str(), ("--control=" + dir_ + "/control.sock").c_str(),
-            nullptr);
+            ("--apply=" + apply).c_str(), nullptr);
     ::_exit(127);
   }
   ~AgentRun() {
@@ -167,7 +180,7 @@ class AgentRun {
   pid_t pid_ = -1;
 };
 
-class TrafficTest : public ::testing::TestWithParam<Site> {
+class TrafficTest : public ::testing::TestWithParam<Case> {
  protected:
   void SetUp() override {
     if (!SandboxEnvironment::reason.empty()) GTEST_SKIP() << SandboxEnvironment::reason;
@@ -195,34 +208,38 @@ class TrafficTest : public ::testing::TestWithParam<Site> {
       ASSERT_TRUE(run(nb + "ip neigh replace " + s.v4(host) + " lladdr " + s.mac("fe") +
                       " dev nb0 nud permanent"));
   }
-  // The veth pair goes with the neighbour's namespace.
+  // The veth pair is deleted at once: a namespace's devices go some time after it.
   void TearDown() override {
+    run(at(s.ns) + "ip link del " + s.dev + " 2>/dev/null");
     run("ip netns del " + s.nb() + " 2>/dev/null");
     if (s.ns != "default") run("ip netns del " + s.ns + " 2>/dev/null");
   }
-  const Site& s = GetParam();
+  const Site& s = std::get<0>(GetParam());
+  const std::string& apply = std::get<1>(GetParam());
 };
 
 // Pings to a virtual IP are answered, everything else to it is dropped (the
 // DROP rule counts it), the switch's own address stays open, and a
 // withdrawn virtual IP is open again. IPv6 pings need neighbour discovery.
 TEST_P(TrafficTest, VirtualIpsAnswerPingsAndNothingElse) {
-  AgentRun agent(s, "stock", {s.v4(1)}, {s.v6("1")});
+  AgentRun agent(s, apply, "stock", {s.v4(1)}, {s.v6("1")});
   auto installed = [&] {
-    return dropped("iptables", s.ns, s.v4(1)) >= 0 && dropped("ip6tables", s.ns, s.v6("1")) >= 0;
+    return dropped(apply, "iptables", s.ns, s.v4(1)) >= 0 &&
+           dropped(apply, "ip6tables", s.ns, s.v6("1")) >= 0;
   };
   ASSERT_TRUE(eventually(installed)) << agent.err();
   for (const auto& [tool, vip, own] : {std::tuple{"iptables", s.v4(1), s.v4(254)},
                                        std::tuple{"ip6tables", s.v6("1"), s.v6("fe")}}) {
     EXPECT_TRUE(run(at(s.nb()) + "ping -c 1 -W 2 -q " + vip + " >/dev/null 2>&1")) << vip;
-    const long before = dropped(tool, s.ns, vip);
+    const long before = dropped(apply, tool, s.ns, vip);
     EXPECT_FALSE(reaches(s, vip)) << vip;
-    EXPECT_GT(dropped(tool, s.ns, vip), before) << vip;
+    EXPECT_GT(dropped(apply, tool, s.ns, vip), before) << vip;
     EXPECT_TRUE(reaches(s, own)) << own;
   }
   agent.publish({}, {});
   ASSERT_TRUE(eventually([&] {
-    return dropped("iptables", s.ns, s.v4(1)) < 0 && dropped("ip6tables", s.ns, s.v6("1")) < 0;
+    return dropped(apply, "iptables", s.ns, s.v4(1)) < 0 &&
+           dropped(apply, "ip6tables", s.ns, s.v6("1")) < 0;
   })) << agent.err();
   EXPECT_TRUE(reaches(s, s.v4(1)) && reaches(s, s.v6("1")));
 }
@@ -232,7 +249,7 @@ TEST_P(TrafficTest, VirtualIpsAnswerPingsAndNothingElse) {
 // the switch's own binding comes back with the last one. The agent picks
 // the stock dialect by itself.
 TEST_P(TrafficTest, ArpRequestsCarryTheVirtualRouter) {
-  AgentRun agent(s, "auto", {s.v4(1), s.v4(2)});
+  AgentRun agent(s, apply, "auto", {s.v4(1), s.v4(2)});
   ArpSender seen;
   ASSERT_TRUE(eventually([&] {
     seen = arpSenderSeen(s);
@@ -240,7 +257,9 @@ TEST_P(TrafficTest, ArpRequestsCarryTheVirtualRouter) {
   })) << seen.first
       << " " << seen.second << "\n"
       << agent.err();
-  EXPECT_NE(agent.err().find("acl-agent: arptables: stock ("), std::string::npos) << agent.err();
+  // nft needs no arptables dialect: no probe, no adapter.
+  EXPECT_EQ(agent.err().find("acl-agent: arptables: stock (") == std::string::npos, apply == "nft")
+      << agent.err();
 
   const std::string other = seen.second == s.v4(1) ? s.v4(2) : s.v4(1);
   // The other virtual IP alone, then none: the switch's own binding.
@@ -254,9 +273,14 @@ TEST_P(TrafficTest, ArpRequestsCarryTheVirtualRouter) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Vrfs, TrafficTest,
-                         ::testing::Values(Site{"Default", "default", "default", "vlan10", 1},
-                                           Site{"Red", "red", "ns-red", "vlan20", 2}),
-                         [](const auto& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    Vrfs, TrafficTest,
+    ::testing::Combine(::testing::Values(Site{"Default", "default", "default", "vlan10", 1},
+                                         Site{"Red", "red", "ns-red", "vlan20", 2}),
+                       ::testing::Values("per-line", "nft")),
+    [](const auto& info) {
+      const std::string apply = std::get<1>(info.param);
+      return std::get<0>(info.param).name + (apply == "nft" ? "Nft" : "PerLine");
+    });
 
 }  // namespace

@@ -20,7 +20,7 @@
 set -uo pipefail
 # What the root holds besides the base: the package's runtime dependencies.
 # The cache is named by this list, so a new dependency makes a new root.
-includes=systemd,systemd-sysv,dbus,iptables,arptables,iproute2,curl,libmicrohttpd12,libhiredis0.14,procps
+includes=systemd,systemd-sysv,dbus,iptables,arptables,iproute2,curl,libmicrohttpd12,libhiredis0.14,libnftables1,procps
 cache="${ACL_AGENT_TEST_CACHE:-/var/cache/acl-agent-test}/bookworm-$(printf %s "$includes" | sha256sum | cut -c1-12)"
 skip() {
   echo "SKIP: $*"
