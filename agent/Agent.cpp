@@ -188,6 +188,18 @@ bool AclAgent::doStart() {
           if (!doInitPlugins()) status_ = 1, loop_->stop();
         },
         [this] { return pluginView(); });
+  if (redis_) {
+    Metrics::Registry& r = metrics_->metrics().registry();
+    r.familyIs("acl_agent_redis_connected", Metrics::Registry::Type::gauge,
+               "1 while the Redis source is connected.");
+    r.familyIs("acl_agent_redis_ready", Metrics::Registry::Type::gauge,
+               "1 while the Redis source's ready row exists.");
+    metrics_->othersIs([this](Metrics::Registry& reg) {
+      const SourceFacts f = redis_->facts();
+      reg.setIs("acl_agent_redis_connected", {}, f.connected ? 1 : 0);
+      reg.setIs("acl_agent_redis_ready", {}, f.ready ? 1 : 0);
+    });
+  }
   // Before any plug-in loads: its start-up flushes already run arptables.
   // A dry run runs no packet-filter command, the probe included; nft needs no
   // dialect. The probe asks the host's own arptables: the adapter may be

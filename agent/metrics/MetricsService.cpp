@@ -32,6 +32,7 @@ std::string MetricsService::text() {
 std::string MetricsService::doText(bool pairs) {
   Acl::PluginView* view = inputs_.view();
   if (pairs) pairsAt_ = loop_.now();
+  if (inputs_.others) inputs_.others(metrics_.registry());
   std::string t = metrics_.text(view, *inputs_.stats, inputs_.ready(), pairs);
   if (http_) http_->textIs(t);
   return t;

@@ -28,6 +28,9 @@ struct MetricsInputs {
   std::function<Acl::PluginView*()> view;  // null until the plug-in is ready
   const ApplyStats* stats = nullptr;
   std::function<bool()> ready;
+  // Sets the gauges of whatever else declared families in the registry (a
+  // source's connected/ready); called at each refresh; may be null.
+  std::function<void(Registry&)> others = nullptr;
 };
 
 class MetricsService {
@@ -44,6 +47,7 @@ class MetricsService {
   // Serves GET /metrics on `address`; false with the message printed.
   bool doListen(const std::string& address);
   AgentMetrics& metrics() { return metrics_; }
+  void othersIs(std::function<void(Registry&)> others) { inputs_.others = std::move(others); }
   // The text as of now (all of it), also published to the endpoint.
   std::string text();
 
