@@ -57,7 +57,9 @@ code() { curl -s -o /dev/null -w '%{http_code}' "$@"; }
 [ "$(code -X POST "$url")" = 405 ] || fail "POST /metrics: $(code -X POST "$url")"
 [ "$(code "http://127.0.0.1:$port/")" = 404 ] || fail "GET /: not 404"
 [ "$(code "http://127.0.0.1:$port/status")" = 404 ] || fail "GET /status: not 404"
-"$agent" status --json | grep -q '"size": 0' && fail "converged before the refusals were checked"
+# (The refusals come right after a scrape that showed a backlog; whether the
+# last of it drained meanwhile depends on the machine's load, so it is not
+# asserted: the agent going on to converge below is the point.)
 
 idle() { "$agent" status --json 2>/dev/null | grep -q '"size": 0'; }
 eventually idle || fail "the backlog never drained"
