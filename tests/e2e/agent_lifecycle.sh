@@ -4,7 +4,10 @@
 # any plug-in runs; a dry run writes each line and runs none. A real run
 # flushes each VRF's chains once and installs the rules in their namespaces;
 # it refuses a malformed reload (SIGHUP and the file's change) and keeps the
-# state in force, applies a good one, and SIGTERM ends it with status 0.
+# state in force. A good reload removes a virtual IP, gives one another
+# prefix length and moves one to another namespace: the agent withdraws those
+# first and publishes the rest once the plug-in is idle, and every rule ends
+# where the new document puts it. SIGTERM ends it with status 0.
 set -uo pipefail
 # shellcheck source=tests/e2e/agent_common.sh
 source "$(dirname "$0")/agent_common.sh" "$@"
@@ -67,10 +70,28 @@ kill -0 "$pid" 2>/dev/null || fail "acl-agent died on a bad reload: $(cat "$work
 grep -q "changes)" "$work/err" && fail "a refused document was applied: $(cat "$work/err")"
 has ns-red 10.0.20.1 || fail "the red VIP went with the refused document"
 
-# A good document without the red VIP, replaced by rename as editors do.
-grep -v '"vrf": "red", "address": "10.0.20.1/24"' "$root/examples/state.json" >"$work/next.json"
+# The good document, replaced by rename as editors do.
+sed -e '/192.0.2.7/d; s#10.0.20.1/24#10.0.20.1/25#' \
+  -e 's#"address": "10.0.30.1/25",#& "namespace": "ns-red",#' "$root/examples/state.json" \
+  >"$work/next.json"
 mv "$work/next.json" "$work/state.json"
-wait_for "$work/err" "^acl-agent: published $work/state.json: 4 interfaces, 2 VRFs, 4 IPv4 VIPs, 2 IPv6 VIPs (1 changes)$"
-eventually eval '! has ns-red 10.0.20.1' || fail "the red VIP's rules stayed after its removal"
+wait_for "$work/err" "^acl-agent: published $work/state.json, phase 1 of 2: 3 virtual IPs withdrawn$"
+wait_for "$work/err" "^acl-agent: published $work/state.json: 4 interfaces, 2 VRFs, 4 IPv4 VIPs, 2 IPv6 VIPs (7 changes)$"
+# count NS VIP: how many of VIP's iptables rules NS holds.
+count() { rules "$1" | grep -c -- "-d $2/32"; }
+moved() {
+  [ "$(count default 192.0.2.7)" -eq 0 ] && [ "$(count ns-red 10.0.20.1)" -eq 2 ] &&
+    [ "$(count ns-blue 10.0.30.1)" -eq 0 ] && [ "$(count ns-red 10.0.30.1)" -eq 2 ]
+}
+eventually moved || fail "rules not where the new document puts them: $(rules ns-red; rules ns-blue)"
+# arp NS VERB SUBNET DEV VIP: whether the stand-in recorded that subnet rule's VERB in NS.
+arp() {
+  grep -qxF -- "[$1] $2 OUT -d $3 -o $4 -a 6 --arpop Request -j mangle --mangle-hw-s \
+02:1c:73:00:00:99 --mangle-ip-s $5" "$FHRP_ARPTABLES_LOG"
+}
+arp ns-red -D 10.0.20.0/24 vlan20 10.0.20.1 && arp ns-red -A 10.0.20.0/25 vlan20 10.0.20.1 &&
+  arp ns-blue -D 10.0.30.0/25 vlan30 10.0.30.1 && arp ns-red -A 10.0.30.0/25 vlan30 10.0.30.1 ||
+  fail "subnet rules not moved: $(cat "$FHRP_ARPTABLES_LOG")"
+grep "%FHRP_" "$work/err" && fail "the plug-in logged failures"
 stop_agent
 echo PASS
