@@ -46,8 +46,8 @@ build() { cmake --build "$dir" >"$log" 2>&1; }
 run_tests() {
   failed=""
   ctest --test-dir "$dir" -j2 >"$log" 2>&1 && return 0
-  failed="$(sed -nE 's/^[[:space:]]+[0-9]+ - (.+) \([^)]*\)$/\1/p' "$log" | paste -sd, - |
-    sed 's/,/, /g')"
+  failed="$(sed -nE 's/^[[:space:]]+[0-9]+ - (.+) \([^)]*\)$/\1/p' "$log" |
+    sed -E 's/ +# GetParam\(\) = .*//' | paste -sd, - | sed 's/,/, /g')"
   [ -n "$failed" ] || failed="ctest itself: $(tail -n 1 "$log")"
 }
 
