@@ -1,8 +1,8 @@
 // The whole product on the wire: the built acl-agent, its plug-in and the
-// arptables adapter against the real iptables, ip6tables and arptables, with
-// real packets between a "switch" namespace (the sandbox's own for the
-// default VRF, ns-red for VRF red) and a "neighbour" namespace joined to it
-// by a veth pair. Everything lives in the test's private sandbox.
+// arptables adapter (the agent picks the stock dialect by itself) against the
+// real iptables, ip6tables and arptables, with real packets between the
+// switch's namespace of VRF red and a neighbour's, joined by a veth pair.
+// Everything lives in the test's private sandbox.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -33,30 +33,11 @@ class SandboxEnvironment : public ::testing::Environment {
 };
 ::testing::Environment* const sandbox = ::testing::AddGlobalTestEnvironment(new SandboxEnvironment);
 
-const std::string vmac = "02:1c:73:00:00:99";
+// The switch (ns-red, vlan20) owns 10.10.2.254 and 2001:db8:2::fe, and .1, .2
+// and ::1 are its virtual IPs; the neighbour (nb-red, nb0) is .10 and ::10.
+const std::string sw = "ip netns exec ns-red ", nb = "ip netns exec nb-red ";
+const std::string vmac = "02:1c:73:00:00:99", swMac = "02:00:00:00:02:fe";
 
-// One VRF's piece of the topology. Switch addresses in 10.10.N.0/24 and
-// 2001:db8:N::/64: .254 / ::fe its own, .1, .2 / ::1 virtual; the neighbour .10 / ::10.
-struct Site {
-  std::string name, vrf, ns, dev;
-  int n;
-  std::string v4(int host) const {
-    return "10.10." + std::to_string(n) + "." + std::to_string(host);
-  }
-  std::string v6(const char* host) const { return "2001:db8:" + std::to_string(n) + "::" + host; }
-  std::string nb() const { return "nb-" + vrf; }
-  std::string mac(const char* host) const {
-    return "02:00:00:00:0" + std::to_string(n) + ":" + host;
-  }
-};
-void PrintTo(const Site& s, std::ostream* o) {
-  *o << s.name;
-}
-
-// The prefix that runs a command in namespace ns ("default": the sandbox's own).
-std::string at(const std::string& ns) {
-  return ns == "default" ? "" : "ip netns exec " + ns + " ";
-}
 bool run(const std::string& command) {
   return std::system(command.c_str()) == 0;
 }
@@ -81,16 +62,16 @@ bool eventually(const std::function<bool()>& f) {
 
 // Whether a TCP connection attempt from the neighbour reaches the switch's
 // stack at ip: nothing listens there, so it is refused at once; a dropped one times out.
-bool reaches(const Site& s, const std::string& ip) {
+bool reaches(const std::string& ip) {
   const std::string said =
-      output("LC_ALL=C " + at(s.nb()) + "timeout 2 bash -c '</dev/tcp/" + ip + "/7000' 2>&1");
+      output("LC_ALL=C " + nb + "timeout 2 bash -c '</dev/tcp/" + ip + "/7000' 2>&1");
   return said.find("Connection refused") != std::string::npos;
 }
 
 // Packets counted by the DROP rule for ip in mangle PREROUTING; -1: no such rule.
-long dropped(const std::string& tool, const std::string& ns, const std::string& ip) {
+long dropped(const std::string& tool, const std::string& ip) {
   const std::string n =
-      output(at(ns) + tool + " -t mangle -L PREROUTING -v -n -x | awk '/ DROP / && / " + ip +
+      output(sw + tool + " -t mangle -L PREROUTING -v -n -x | awk '/ DROP / && / " + ip +
              " / {print $1}'");
   return n.empty() ? -1 : std::stol(n);
 }
@@ -98,14 +79,14 @@ long dropped(const std::string& tool, const std::string& ns, const std::string& 
 // The sender {MAC, IP} of an ARP request, as the neighbour sees it on the wire.
 using ArpSender = std::pair<std::string, std::string>;
 
-// Makes the switch resolve a fresh address of the site's subnet (a ping in the
+// Makes the switch resolve a fresh address of the subnet (a ping in the
 // background) and reads its request with a raw packet socket on the neighbour's side.
-ArpSender arpSenderSeen(const Site& site) {
+ArpSender arpSenderSeen() {
   static int next = 100;
-  const std::string target = site.v4(next++ % 100 + 100);
+  const std::string target = "10.10.2." + std::to_string(next++ % 100 + 100);
   const int raw =
-      Dravo::socketAt(AF_PACKET, SOCK_RAW, htons(ETH_P_ARP), Dravo::NamespaceName(site.nb()));
-  run(at(site.ns) + "ping -c 1 -W 1 " + target + " >/dev/null 2>&1 &");
+      Dravo::socketAt(AF_PACKET, SOCK_RAW, htons(ETH_P_ARP), Dravo::NamespaceName("nb-red"));
+  run(sw + "ping -c 1 -W 1 " + target + " >/dev/null 2>&1 &");
   pollfd p{raw, POLLIN, 0};
   unsigned char f[128];
   char tpa[INET_ADDRSTRLEN], spa[INET_ADDRSTRLEN], sha[18];
@@ -125,17 +106,14 @@ ArpSender arpSenderSeen(const Site& site) {
 // acl-agent as a child process on a state document that the test replaces.
 class AgentRun {
  public:
-  AgentRun(const Site& site, const std::string& dialect, const std::vector<std::string>& vips4,
-           const std::vector<std::string>& vips6 = {})
-      : site_(site) {
+  AgentRun(const std::vector<std::string>& vips4, const std::vector<std::string>& vips6) {
     char d[] = "/tmp/fhrp-traffic-XXXXXX";
     dir_ = ::mkdtemp(d);
     publish(vips4, vips6);
     if ((pid_ = ::fork()) != 0) return;
     ::dup2(::open((dir_ + "/err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 2);
     ::execl(FHRP_AGENT, FHRP_AGENT, "--state", (dir_ + "/state.json").c_str(),
-            ("--arptables=" + dialect).c_str(), ("--control=" + dir_ + "/control.sock").c_str(),
-            nullptr);
+            ("--control=" + dir_ + "/control.sock").c_str(), nullptr);
     ::_exit(127);
   }
   ~AgentRun() {
@@ -147,116 +125,95 @@ class AgentRun {
     auto entries = [&](const std::vector<std::string>& vips, const char* length) {
       std::string out;
       for (const std::string& v : vips)
-        out += std::string(out.empty() ? "" : ",") + "{\"vrf\": \"" + site_.vrf +
-               "\", \"address\": \"" + v + length + "\", \"interfaces\": [\"Sw\"]}";
+        out += std::string(out.empty() ? "" : ",") + "{\"vrf\": \"red\", \"address\": \"" + v +
+               length + "\", \"interfaces\": [\"Sw\"]}";
       return out;
     };
     std::ofstream(dir_ + "/next.json")
-        << "{\"interfaces\": {\"Sw\": {\"device\": \"" << site_.dev << "\"}}, \"vrfs\": {"
-        << (site_.vrf == "default" ? ""
-                                   : "\"" + site_.vrf + "\": {\"namespace\": \"" + site_.ns + "\"}")
-        << "}, \"virtualRouterMac\": {\"lumo\": \"" << vmac << "\"}, \"virtualIps\": ["
-        << entries(vips4, "/24") << "], \"virtualIps6\": [" << entries(vips6, "") << "]}\n";
+        << "{\"interfaces\": {\"Sw\": {\"device\": \"vlan20\"}}, \"vrfs\": {\"red\": "
+           "{\"namespace\": \"ns-red\"}}, \"virtualRouterMac\": {\"lumo\": \""
+        << vmac << "\"}, \"virtualIps\": [" << entries(vips4, "/24") << "], \"virtualIps6\": ["
+        << entries(vips6, "") << "]}\n";
     std::filesystem::rename(dir_ + "/next.json", dir_ + "/state.json");
   }
   std::string err() const { return output("cat " + dir_ + "/err"); }
 
  private:
-  Site site_;
   std::string dir_;
   pid_t pid_ = -1;
 };
 
-class TrafficTest : public ::testing::TestWithParam<Site> {
+class TrafficTest : public ::testing::Test {
  protected:
   void SetUp() override {
     if (!SandboxEnvironment::reason.empty()) GTEST_SKIP() << SandboxEnvironment::reason;
     if (!run("command -v ping >/dev/null")) GTEST_SKIP() << "ping is not installed";
-    const std::string sw = at(s.ns), nb = at(s.nb());
-    if (s.ns != "default") {
-      ASSERT_TRUE(run("ip netns add " + s.ns + " && " + sw + "ip link set lo up"));
-    }
-    ASSERT_TRUE(run("ip netns add " + s.nb() + " && " + nb + "ip link set lo up"));
-    ASSERT_TRUE(run(sw + "ip link add " + s.dev + " address " + s.mac("fe") +
-                    " type veth peer name nb0 address " + s.mac("10") + " netns " + s.nb()));
+    ASSERT_TRUE(run("ip netns add ns-red && ip netns add nb-red && " + sw +
+                    "ip link set lo up && " + nb + "ip link set lo up"));
+    ASSERT_TRUE(run(sw + "ip link add vlan20 address " + swMac +
+                    " type veth peer name nb0 address 02:00:00:00:02:10 netns nb-red"));
     // The switch's own address first: it is the primary one, the source of its ARP requests.
-    for (const std::string& a : {s.v4(254) + "/24", s.v4(1) + "/24", s.v4(2) + "/24",
-                                 s.v6("fe") + "/64 nodad", s.v6("1") + "/64 nodad"})
-      ASSERT_TRUE(run(sw + "ip addr add " + a + " dev " + s.dev));
-    for (const std::string& a : {s.v4(10) + "/24", s.v6("10") + "/64 nodad"})
+    for (const char* a : {"10.10.2.254/24", "10.10.2.1/24", "10.10.2.2/24",
+                          "2001:db8:2::fe/64 nodad", "2001:db8:2::1/64 nodad"})
+      ASSERT_TRUE(run(sw + "ip addr add " + a + " dev vlan20"));
+    for (const char* a : {"10.10.2.10/24", "2001:db8:2::10/64 nodad"})
       ASSERT_TRUE(run(nb + "ip addr add " + a + " dev nb0"));
-    ASSERT_TRUE(run(sw + "ip link set " + s.dev + " up && " + nb + "ip link set nb0 up"));
+    ASSERT_TRUE(run(sw + "ip link set vlan20 up && " + nb + "ip link set nb0 up"));
     // IPv4 neighbours stay fixed: the mangle rule also rewrites the switch's
     // requests to the neighbour, whose replies then go to the virtual MAC,
     // which nobody here owns. IPv6 neighbours are discovered, rules in place.
-    ASSERT_TRUE(run(sw + "ip neigh replace " + s.v4(10) + " lladdr " + s.mac("10") + " dev " +
-                    s.dev + " nud permanent"));
-    for (int host : {1, 2, 254})
-      ASSERT_TRUE(run(nb + "ip neigh replace " + s.v4(host) + " lladdr " + s.mac("fe") +
+    ASSERT_TRUE(run(sw + "ip neigh replace 10.10.2.10 lladdr 02:00:00:00:02:10 dev vlan20 nud "
+                         "permanent"));
+    for (const char* host : {"1", "2", "254"})
+      ASSERT_TRUE(run(nb + "ip neigh replace 10.10.2." + host + " lladdr " + swMac +
                       " dev nb0 nud permanent"));
   }
-  // The veth pair goes with the neighbour's namespace.
   void TearDown() override {
-    run("ip netns del " + s.nb() + " 2>/dev/null");
-    if (s.ns != "default") run("ip netns del " + s.ns + " 2>/dev/null");
+    run("ip netns del nb-red 2>/dev/null; ip netns del ns-red 2>/dev/null");
   }
-  const Site& s = GetParam();
 };
 
 // Pings to a virtual IP are answered, everything else to it is dropped (the
-// DROP rule counts it), the switch's own address stays open, and a
-// withdrawn virtual IP is open again. IPv6 pings need neighbour discovery.
-TEST_P(TrafficTest, VirtualIpsAnswerPingsAndNothingElse) {
-  AgentRun agent(s, "stock", {s.v4(1)}, {s.v6("1")});
-  auto installed = [&] {
-    return dropped("iptables", s.ns, s.v4(1)) >= 0 && dropped("ip6tables", s.ns, s.v6("1")) >= 0;
-  };
-  ASSERT_TRUE(eventually(installed)) << agent.err();
-  for (const auto& [tool, vip, own] : {std::tuple{"iptables", s.v4(1), s.v4(254)},
-                                       std::tuple{"ip6tables", s.v6("1"), s.v6("fe")}}) {
-    EXPECT_TRUE(run(at(s.nb()) + "ping -c 1 -W 2 -q " + vip + " >/dev/null 2>&1")) << vip;
-    const long before = dropped(tool, s.ns, vip);
-    EXPECT_FALSE(reaches(s, vip)) << vip;
-    EXPECT_GT(dropped(tool, s.ns, vip), before) << vip;
-    EXPECT_TRUE(reaches(s, own)) << own;
-  }
-  agent.publish({}, {});
+// DROP rule counts it), the switch's own address stays open. The switch's
+// ARP requests into the subnet carry the virtual MAC and a virtual IP, the
+// other one once the first leaves; with none left, the switch's own binding
+// comes back and the addresses are open again.
+TEST_F(TrafficTest, VirtualIpsAnswerPingsDropTheRestAndSourceTheSubnetsArpRequests) {
+  AgentRun agent({"10.10.2.1", "10.10.2.2"}, {"2001:db8:2::1"});
   ASSERT_TRUE(eventually([&] {
-    return dropped("iptables", s.ns, s.v4(1)) < 0 && dropped("ip6tables", s.ns, s.v6("1")) < 0;
+    return dropped("iptables", "10.10.2.1") >= 0 && dropped("ip6tables", "2001:db8:2::1") >= 0;
   })) << agent.err();
-  EXPECT_TRUE(reaches(s, s.v4(1)) && reaches(s, s.v6("1")));
-}
+  EXPECT_NE(agent.err().find("acl-agent: arptables: stock ("), std::string::npos) << agent.err();
+  for (const auto& [tool, vip, own] :
+       {std::tuple{"iptables", "10.10.2.1", "10.10.2.254"},
+        std::tuple{"ip6tables", "2001:db8:2::1", "2001:db8:2::fe"}}) {
+    EXPECT_TRUE(run(nb + "ping -c 1 -W 2 -q " + vip + " >/dev/null 2>&1")) << vip;
+    const long before = dropped(tool, vip);
+    EXPECT_FALSE(reaches(vip)) << vip;
+    EXPECT_GT(dropped(tool, vip), before) << vip;
+    EXPECT_TRUE(reaches(own)) << own;
+  }
 
-// The switch's ARP requests into the subnet carry the virtual MAC and a
-// virtual IP; the source moves to the other virtual IP when it leaves, and
-// the switch's own binding comes back with the last one. The agent picks
-// the stock dialect by itself.
-TEST_P(TrafficTest, ArpRequestsCarryTheVirtualRouter) {
-  AgentRun agent(s, "auto", {s.v4(1), s.v4(2)});
   ArpSender seen;
   ASSERT_TRUE(eventually([&] {
-    seen = arpSenderSeen(s);
-    return seen.first == vmac && (seen.second == s.v4(1) || seen.second == s.v4(2));
+    seen = arpSenderSeen();
+    return seen.first == vmac && (seen.second == "10.10.2.1" || seen.second == "10.10.2.2");
   })) << seen.first
       << " " << seen.second << "\n"
       << agent.err();
-  EXPECT_NE(agent.err().find("acl-agent: arptables: stock ("), std::string::npos) << agent.err();
-
-  const std::string other = seen.second == s.v4(1) ? s.v4(2) : s.v4(1);
-  // The other virtual IP alone, then none: the switch's own binding.
+  const std::string other = seen.second == "10.10.2.1" ? "10.10.2.2" : "10.10.2.1";
   for (const auto& [vips, expected] :
        {std::pair{std::vector{other}, ArpSender{vmac, other}},
-        std::pair{std::vector<std::string>{}, ArpSender{s.mac("fe"), s.v4(254)}}}) {
+        std::pair{std::vector<std::string>{}, ArpSender{swMac, "10.10.2.254"}}}) {
     agent.publish(vips, {});
-    EXPECT_TRUE(eventually([&] { return (seen = arpSenderSeen(s)) == expected; }))
+    EXPECT_TRUE(eventually([&] { return (seen = arpSenderSeen()) == expected; }))
         << seen.first << " " << seen.second << "\n"
         << agent.err();
   }
+  ASSERT_TRUE(eventually([&] {
+    return dropped("iptables", "10.10.2.1") < 0 && dropped("ip6tables", "2001:db8:2::1") < 0;
+  })) << agent.err();
+  EXPECT_TRUE(reaches("10.10.2.1") && reaches("2001:db8:2::1"));
 }
-
-INSTANTIATE_TEST_SUITE_P(Vrfs, TrafficTest,
-                         ::testing::Values(Site{"Default", "default", "default", "vlan10", 1},
-                                           Site{"Red", "red", "ns-red", "vlan20", 2}),
-                         [](const auto& info) { return info.param.name; });
 
 }  // namespace
