@@ -10,7 +10,8 @@
 # TO (TO may be empty); lines starting with # are comments. A FROM that is
 # no longer on its line is STALE (the code moved: fix the list), never
 # counted; a fault that does not build is NOCOMPILE, counted as killed but
-# shown apart. Score: killed / (total - stale). Run it niced on a shared
+# shown apart. Score: killed / (total - stale). The output of the tests that
+# killed mutant N stays in build/mutate/mutant-N.log. Run it niced on a shared
 # machine: nice -n 15 scripts/mutate.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -96,6 +97,7 @@ while IFS= read -r raw || [ -n "$raw" ]; do
   elif run_tests; [ -n "$failed" ]; then
     killed=$((killed + 1))
     echo "$where  KILLED by $failed ($((SECONDS - began)) s)"
+    cp "$log" "$dir/mutant-$n.log"  # what the tests said, to check a kill
   else
     echo "$where  SURVIVED ($((SECONDS - began)) s)"
   fi
