@@ -46,8 +46,9 @@ build() { cmake --build "$dir" >"$log" 2>&1; }
 # Runs every test; $failed: the names of those that failed, comma separated.
 run_tests() {
   failed=""
-  ctest --test-dir "$dir" -j2 >"$log" 2>&1 && return 0
-  failed="$(sed -nE 's/^[[:space:]]+[0-9]+ - (.+) \([^)]*\)$/\1/p' "$log" |
+  ctest --test-dir "$dir" -j2 --output-on-failure >"$log" 2>&1 && return 0
+  failed="$(sed -n '/^The following tests FAILED:/,$p' "$log" |
+    sed -nE 's/^[[:space:]]+[0-9]+ - (.+) \([^)]*\)$/\1/p' |
     sed -E 's/ +# GetParam\(\) = .*//' | paste -sd, - | sed 's/,/, /g')"
   [ -n "$failed" ] || failed="ctest itself: $(tail -n 1 "$log")"
 }
