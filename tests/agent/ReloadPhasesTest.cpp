@@ -29,7 +29,7 @@ TEST(ReloadPhasesTest, WithdrawsFirstWhatTheNextDocumentDropsOrMoves) {
   withdrawn.virtualIps.erase(V4(L3::VrfName("red"), Dravo::IpGenAddrWithMask("10.1.0.1/24")));
   withdrawn.virtualIps6.erase(V6(L3::VrfName("red"), Dravo::IpGenAddr("2001:db8::1")));
   // A new mask or namespace of one virtual IP is pinned end to end
-  // (agent_reload_phases); here, what a VRF's change does to its virtual IPs.
+  // (agent_lifecycle); here, what a VRF's change does to its virtual IPs.
   const std::pair<const char*, std::string> cases[] = {
       {"VRF namespace: its virtual IPs move, the VRF waits",
        edited(kCurrent, R"("ns-red")", R"("ns-blue")")},

@@ -129,43 +129,4 @@ TEST(StateDocumentTest, RefusesWithPlaceAndReason) {
     EXPECT_NO_THROW(parseStateDocument(text)) << text;
 }
 
-TEST(StateDocumentTest, ReadsValuesAndDefaults) {
-  const Agent::StateDocument d = parseStateDocument(R"({
-    "interfaces": {"Vlan10": {"device": "vlan10"}, "Vlan20": {"device": "vlan20"}},
-    "vrfs": {"red": {"namespace": "ns-red"}, "blue": {"state": "deleting", "namespace": "ns-b"}},
-    "virtualRouterMac": {"lumo": "02:1C:73:00:00:99"},
-    "virtualIps": [
-      {"address": "10.0.0.1/24", "interfaces": ["Vlan10"]},
-      {"vrf": "red", "address": "10.0.0.1", "interfaces": {"Vlan10": "", "Vlan20": "no"}},
-      {"vrf": "blue", "address": "10.0.0.1/24", "namespace": "ns-other"}],
-    "virtualIps6": [{"vrf": "blue", "address": "2001:DB8::1"}]
-  })");
-  using Ip::VrfState;
-  EXPECT_EQ(d.interfaces.at(Dravo::IntfId("Vlan20")), "vlan20");
-  EXPECT_EQ(d.vrfs.at(L3::VrfName("red")),
-            (Agent::VrfEntry{VrfState::active, Dravo::NamespaceName("ns-red")}));
-  EXPECT_EQ(d.vrfs.at(L3::VrfName("blue")).state, VrfState::deleting);
-  EXPECT_EQ(d.lumoMac.stringValue(), "02:1c:73:00:00:99");
-  EXPECT_TRUE(d.vrrpMac.isZero());
-
-  auto v4 = [&](const char* vrf, const char* addr) {
-    return d.virtualIps.at({L3::VrfName(vrf), Dravo::IpGenAddrWithMask(addr)});
-  };
-  ASSERT_EQ(d.virtualIps.size(), 3u);
-  EXPECT_EQ(v4("default", "10.0.0.1/24").netNs, Dravo::DEFAULT_NS);
-  // An address alone is a /32; the namespace comes from the VRF.
-  const Agent::VipEntry red32 = v4("red", "10.0.0.1/32");
-  EXPECT_EQ(red32.netNs, Dravo::NamespaceName("ns-red"));
-  EXPECT_EQ(red32.interfaces, (std::map<Dravo::IntfId, Kiv::String8>{
-                                  {Dravo::IntfId("Vlan10"), ""}, {Dravo::IntfId("Vlan20"), "no"}}));
-  EXPECT_EQ(v4("blue", "10.0.0.1/24").netNs, Dravo::NamespaceName("ns-other"));
-  EXPECT_TRUE(v4("blue", "10.0.0.1/24").interfaces.empty());
-
-  const Routing::Fhrp::VrfIpPair k6(L3::VrfName("blue"), Dravo::IpGenAddr("2001:db8::1"));
-  ASSERT_TRUE(d.virtualIps6.contains(k6));
-  EXPECT_EQ(d.virtualIps6.at(k6).netNs, Dravo::NamespaceName("ns-b"));
-
-  EXPECT_EQ(parseStateDocument("{}"), Agent::StateDocument());
-}
-
 }  // namespace

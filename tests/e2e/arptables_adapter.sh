@@ -3,6 +3,8 @@
 # arptables" (PATH holds nothing else): it runs the first arptables past
 # its own folder with the translated line and returns that tool's status;
 # an untranslatable line is refused with one message and runs nothing.
+# Then the host's real arptables (the sandbox's own tables) takes the
+# plug-in's add and delete through it.
 set -uo pipefail
 # shellcheck source=tests/e2e/agent_common.sh
 source "$(dirname "$0")/agent_common.sh" "$@"
@@ -28,4 +30,15 @@ rc=$?
 [ "$(cat "$work/err")" = 'arptables (acl-agent adapter): refused, unknown option "--mangle-hw-d": arptables -A OUT -d 10.1.1.0/24 --mangle-hw-d 02:00:00:00:01:01' ] ||
   fail "message: $(cat "$work/err")"
 [ "$(wc -l <"$work/ran")" -eq 1 ] || fail "the refused line ran: $(cat "$work/ran")"
+
+real="$(PATH=/usr/sbin:/usr/bin:/sbin:/bin command -v arptables)" || { echo "SKIP: no arptables"; exit 77; }
+rule="OUT -d 10.1.1.0/24 -o vlan10 -a 6 --arpop Request -j mangle --mangle-hw-s 02:00:00:00:01:01 \
+--mangle-ip-s 10.1.1.1"
+# shellcheck disable=SC2086 # the rule is words
+PATH="$(dirname "$adapter"):$(dirname "$real")" "$adapter" -A $rule || fail "the real arptables refused the add"
+"$real" -L OUTPUT -n | grep -q -- "-d 10.1.1.0/24 --opcode 1 --mangle-ip-s 10.1.1.1 --mangle-mac-s 02:00:00:00:01:01" ||
+  fail "not the rule: $("$real" -L OUTPUT -n)"
+# shellcheck disable=SC2086
+PATH="$(dirname "$adapter"):$(dirname "$real")" "$adapter" -D $rule || fail "the real arptables refused the delete"
+[ "$("$real" -L OUTPUT -n | grep -c mangle)" -eq 0 ] || fail "the rule stayed: $("$real" -L OUTPUT -n)"
 echo PASS

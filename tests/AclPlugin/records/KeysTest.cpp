@@ -62,7 +62,7 @@ TEST(KeyStrep, ExactText) {
       kBk + "'vrfIpWithMask': " + vrfIpStrep("red", "10.0.0.1/24") + ", 'intfId': 'Ethernet1'})");
   EXPECT_EQ(valueToStrep(IntfSubnetPair()).stdString(), kIsp + "'intfId': '', 'subnet': ''})");
 
-  // The round trip of every text form is the fuzz driver's corpus.
+  // Printing and parsing back any text is fuzzed (scripts/fuzz.sh).
   // Any set field makes a key non-default.
   EXPECT_TRUE(!IntfSubnetPair() && !VirtualIpBacklogKey());
   EXPECT_FALSE(!isp("Vlan10", "") || !isp("", "10.0.0.0/8"));

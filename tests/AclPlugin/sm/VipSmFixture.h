@@ -6,8 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "AclPlugin/firewall/ArptablesRules.h"
+#include "AclPlugin/firewall/IptablesRules.h"
 #include "tests/AclPlugin/sm/SmFixture.h"
-#include "tests/support/RuleLines.h"
 
 namespace Routing::Fhrp {
 
@@ -21,6 +22,34 @@ inline VrfIpPair vrfIp(const char* vrf, const char* addr) {
 }
 inline IntfSubnetPair intfSubnet(const char* intf, const char* subnet) {
   return IntfSubnetPair(Dravo::IntfId(intf), Dravo::IpGenPrefix(subnet));
+}
+
+// The lines of a virtual IP's ACCEPT and DROP rules on one device, and of a
+// subnet's ARP rule, in namespace ns ("": the default one), as added or as
+// dropped. They come from the plug-in's builders, whose text the firewall
+// tests pin in full.
+inline Lines mangleLines(const std::string& ns, bool add, const std::string& ip,
+                         const std::string& dev) {
+  using namespace Firewall;
+  const Family family = ip.find(':') == std::string::npos ? Family::v4 : Family::v6;
+  Lines out;
+  for (Target target : {Target::accept, Target::drop})
+    out.push_back(iptablesRuleLine(Dravo::NamespaceName(ns), family, add ? Verb::add : Verb::drop,
+                                   target, ip, dev)
+                      .stdString());
+  return out;
+}
+inline std::string arpLine(const std::string& ns, bool add, const std::string& subnet,
+                           const std::string& dev, const std::string& mac, const std::string& src) {
+  using namespace Firewall;
+  return arptablesRuleLine(Dravo::NamespaceName(ns), add ? Verb::add : Verb::drop,
+                           Dravo::IpGenPrefix(subnet.c_str()), Dravo::IpGenAddr(src.c_str()), dev,
+                           Dravo::EthAddr(mac.c_str()))
+      .stdString();
+}
+inline Lines concat(Lines a, const Lines& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
 }
 
 // The recorded command lines that contain `needle`, in order.
@@ -78,7 +107,7 @@ class VipSmFixture : public SmFixture {
     traces.clear();
   }
 
-  const std::string inRed = "ip netns exec ns-red ";
+  const std::string inRed = "ns-red";
   const Dravo::IntfId vlan10{"Vlan10"};
   const Dravo::IntfId vlan20{"Vlan20"};
 };

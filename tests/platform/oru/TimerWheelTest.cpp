@@ -54,26 +54,52 @@ class TimerWheelTest : public ::testing::Test {
   Kiv::Ptr<Oru::TimerWheel> wheel_ = new Oru::TimerWheel(nullptr, nullptr, 10, 255, false, 8);
 };
 
-TEST_F(TimerWheelTest, FiresOnceAtTheFirstTickAtOrAfterTheRequest) {
-  Alarm between(wheel_), onTick(wheel_), past(wheel_), farAhead(wheel_);
-  between.timeMinIs(at(100025));
-  onTick.timeMinIs(at(100050));
-  past.timeMinIs(50.0);
-  farAhead.timeMinIs(at(100500));  // beyond one turn of the 8 buckets
+// Each row: one alarm's requests in order (a later one replaces the earlier,
+// -1 cancels) and the times it fires at.
+struct Row {
+  const char* what;
+  std::vector<long> requestsMs, firedMs;
+};
+
+TEST_F(TimerWheelTest, FiresOnceAtTheFirstTickAtOrAfterItsLastRequest) {
+  const Row rows[] = {
+      {"between ticks", {100025}, {100030}},
+      {"on a tick", {100050}, {100050}},
+      {"in the past: the next tick, never the current one", {50000}, {100010}},
+      {"beyond one turn of the 8 buckets", {100500}, {100500}},
+      {"postponed", {100020, 100080}, {100080}},
+      {"advanced", {100080, 100030}, {100030}},
+      {"cancelled", {100040, -1}, {}},
+  };
+  std::vector<std::unique_ptr<Alarm>> alarms;
+  for (const Row& r : rows) {
+    alarms.push_back(std::make_unique<Alarm>(wheel_));
+    for (long ms : r.requestsMs)
+      ms < 0 ? alarms.back()->timeMinDel() : alarms.back()->timeMinIs(at(ms));
+  }
+  // Destroyed alarms never fire: one gone before its time, and of two due at
+  // one tick, whichever runs first destroys the other.
+  int fires = 0;
+  std::make_unique<Alarm>(wheel_, &fires)->timeMinIs(at(100030));
+  auto first = std::make_unique<Alarm>(wheel_, &fires);
+  auto second = std::make_unique<Alarm>(wheel_, &fires);
+  first->action = [&] { second.reset(); };
+  second->action = [&] { first.reset(); };
+  first->timeMinIs(at(100050));
+  second->timeMinIs(at(100050));
   runToMs(101000);
-  EXPECT_EQ(between.firedAtMs, (std::vector<long>{100030}));
-  EXPECT_EQ(onTick.firedAtMs, (std::vector<long>{100050}));
-  EXPECT_EQ(past.firedAtMs, (std::vector<long>{100010})) << "the next tick, never the current one";
-  EXPECT_EQ(farAhead.firedAtMs, (std::vector<long>{100500}));
+  for (std::size_t i = 0; i < alarms.size(); ++i)
+    EXPECT_EQ(alarms[i]->firedAtMs, rows[i].firedMs) << rows[i].what;
+  EXPECT_EQ(fires, 1);
 
   // A jump of the clock over many turns fires what is due, once, and no more.
-  between.timeMinIs(at(101050));
-  onTick.timeMinIs(at(102000));
+  alarms[0]->timeMinIs(at(101050));
+  alarms[1]->timeMinIs(at(102000));
   loop_.advance(0.5);
-  EXPECT_EQ(between.firedAtMs, (std::vector<long>{100030, 101500}));
+  EXPECT_EQ(alarms[0]->firedAtMs, (std::vector<long>{100030, 101500}));
   runToMs(103000);
-  EXPECT_EQ(onTick.firedAtMs, (std::vector<long>{100050, 102000}));
-  EXPECT_EQ(between.firedAtMs.size(), 2u);
+  EXPECT_EQ(alarms[1]->firedAtMs, (std::vector<long>{100050, 102000}));
+  EXPECT_EQ(alarms[0]->firedAtMs.size(), 2u);
   EXPECT_EQ(wheel_->pendingCount(), 0u);
   EXPECT_TRUE(loop_.loop().idle());
 }
@@ -87,33 +113,6 @@ TEST_F(TimerWheelTest, AskingForNowInsideOnTimeMeansTheNextTick) {
   runToMs(100200);
   EXPECT_EQ(a.firedAtMs, (std::vector<long>{100030, 100040, 100050}));
   EXPECT_EQ(a.maxDepth, 1) << "onTime must not be re-entered";
-  EXPECT_TRUE(loop_.loop().idle());
-}
-
-TEST_F(TimerWheelTest, ReplacedCancelledAndDestroyedRequestsNeverFire) {
-  int fires = 0;
-  Alarm postponed(wheel_), advanced(wheel_), cancelled(wheel_, &fires);
-  postponed.timeMinIs(at(100020));
-  postponed.timeMinIs(at(100080));
-  advanced.timeMinIs(at(100080));
-  advanced.timeMinIs(at(100030));
-  cancelled.timeMinIs(at(100040));
-  cancelled.timeMinDel();
-  auto gone = std::make_unique<Alarm>(wheel_, &fires);
-  gone->timeMinIs(at(100030));
-  gone.reset();
-  // Two alarms due at one tick; whichever runs first destroys the other.
-  auto first = std::make_unique<Alarm>(wheel_, &fires);
-  auto second = std::make_unique<Alarm>(wheel_, &fires);
-  first->action = [&] { second.reset(); };
-  second->action = [&] { first.reset(); };
-  first->timeMinIs(at(100050));
-  second->timeMinIs(at(100050));
-  runToMs(100500);
-  EXPECT_EQ(postponed.firedAtMs, (std::vector<long>{100080}));
-  EXPECT_EQ(advanced.firedAtMs, (std::vector<long>{100030}));
-  EXPECT_EQ(fires, 1) << "one of the pair, and nothing cancelled or destroyed";
-  EXPECT_EQ(wheel_->pendingCount(), 0u);
   EXPECT_TRUE(loop_.loop().idle());
 }
 

@@ -12,7 +12,7 @@ using Routing::Fhrp::VrfIpPair;
 using Routing::Fhrp::VrfIpWithMaskPair;
 
 // The exact text of a VrfIpPair is pinned by the records' refusal messages,
-// the round trip of VrfIpWithMaskPair by the key parser's fuzz corpus.
+// the text of VrfIpWithMaskPair through the backlog key (KeysTest).
 TEST(VrfIpPair, TextFormRoundTrips) {
   const VrfIpPair odd(L3::VrfName("it's \\ odd"), Dravo::IpGenAddr("2001:db8::1"));
   EXPECT_EQ(Kiv::strepToValue<VrfIpPair>(valueToStrep(odd)), odd);
