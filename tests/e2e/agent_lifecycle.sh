@@ -36,16 +36,17 @@ expect 2 "acl-agent: unknown argument \"--frobnicate\"" --frobnicate
 
 ip netns add ns-red
 ip netns add ns-blue
-cp "$root/examples/state.json" "$work/state.json"
-expect 0 "acl-agent: published" --state "$work/state.json" --until-idle --dry-run="$work/dry"
+mkdir "$work/etc"
+cp "$root/examples/state.json" "$work/etc/state.json"
+expect 0 "acl-agent: published" --state "$work/etc/state.json" --until-idle --dry-run="$work/dry"
 grep -qxF "ip netns exec ns-red iptables -t mangle -F PREROUTING" "$work/dry" &&
   grep -qF "iptables -t mangle -A PREROUTING -p all -d 10.0.10.1 -i vlan10" "$work/dry" ||
   fail "dry run lines: $(cat "$work/dry")"
 [ ! -s "$FHRP_ARPTABLES_LOG" ] && ! has default 10.0.10.1 && ! grep -q "arptables: " "$work/err" ||
   fail "a refused start or the dry run ran commands"
 
-start_agent "$work/err" --state "$work/state.json"
-wait_for "$work/err" "^acl-agent: published $work/state.json: 4 interfaces, 2 VRFs, 5 IPv4 VIPs, 2 IPv6 VIPs$"
+start_agent "$work/err" --state "$work/etc/state.json"
+wait_for "$work/err" "^acl-agent: published $work/etc/state.json: 4 interfaces, 2 VRFs, 5 IPv4 VIPs, 2 IPv6 VIPs$"
 # The stand-in takes any line, so the start-up probe finds the native dialect.
 wait_for "$work/err" "^acl-agent: arptables: native (the host's arptables lists chain OUT)$"
 # The rules, each in its VIP's namespace.
@@ -62,9 +63,9 @@ done
 
 # Malformed (a number no double holds, where nothing reads it): written over
 # the file (the change is seen) and signalled.
-printf '{"virtualIps": [],\n "x": 1e500}\n' >"$work/state.json"
+printf '{"virtualIps": [],\n "x": 1e500}\n' >"$work/etc/state.json"
 kill -HUP "$pid"
-wait_for "$work/err" "^acl-agent: $work/state.json: line 2, column 11: number overflow parsing '1e500'$"
+wait_for "$work/err" "^acl-agent: $work/etc/state.json: line 2, column 11: number overflow parsing '1e500'$"
 wait_for "$work/err" "^acl-agent: reload refused; the state in force stays$"
 kill -0 "$pid" 2>/dev/null || fail "acl-agent died on a bad reload: $(cat "$work/err")"
 grep -q "changes)" "$work/err" && fail "a refused document was applied: $(cat "$work/err")"
@@ -74,9 +75,9 @@ has ns-red 10.0.20.1 || fail "the red VIP went with the refused document"
 sed -e '/192.0.2.7/d; s#10.0.20.1/24#10.0.20.1/25#' \
   -e 's#"address": "10.0.30.1/25",#& "namespace": "ns-red",#' "$root/examples/state.json" \
   >"$work/next.json"
-mv "$work/next.json" "$work/state.json"
-wait_for "$work/err" "^acl-agent: published $work/state.json, phase 1 of 2: 3 virtual IPs withdrawn$"
-wait_for "$work/err" "^acl-agent: published $work/state.json: 4 interfaces, 2 VRFs, 4 IPv4 VIPs, 2 IPv6 VIPs (7 changes)$"
+mv "$work/next.json" "$work/etc/state.json"
+wait_for "$work/err" "^acl-agent: published $work/etc/state.json, phase 1 of 2: 3 virtual IPs withdrawn$"
+wait_for "$work/err" "^acl-agent: published $work/etc/state.json: 4 interfaces, 2 VRFs, 4 IPv4 VIPs, 2 IPv6 VIPs (7 changes)$"
 # count NS VIP: how many of VIP's iptables rules NS holds.
 count() { rules "$1" | grep -c -- "-d $2/32"; }
 # arp NS VERB SUBNET DEV VIP: whether the stand-in recorded that subnet rule's VERB in NS.
@@ -93,5 +94,14 @@ moved() {
 eventually moved || fail "rules not where the new document puts them: $(rules ns-red; rules ns-blue;
   cat "$FHRP_ARPTABLES_LOG")"
 grep "%FHRP_" "$work/err" && fail "the plug-in logged failures"
+
+# A configuration tool replaces the state file's folder: the watch follows
+# the folder by its path and the new folder's document is published.
+mv "$work/etc" "$work/etc.old"
+mkdir "$work/etc"
+cp "$root/examples/state.json" "$work/etc/state.json"
+wait_for "$work/err" "^acl-agent: watching $work/etc again (the folder was replaced)$"
+wait_for "$work/err" \
+  "^acl-agent: published $work/etc/state.json: 4 interfaces, 2 VRFs, 5 IPv4 VIPs, 2 IPv6 VIPs ([0-9]* changes)$"
 stop_agent
 echo PASS
