@@ -66,8 +66,10 @@ class Builder {
 
   RowModel build() {
     // What virtual IPs refer to first.
-    for (const auto& [key, row] : rows_) take(key, [&] { plain(key, row); });
-    for (const auto& [key, row] : rows_) take(key, [&] { vip(key, row); });
+    // (Pairs, not bindings: clang 14, which builds the fuzz targets, cannot
+    // capture a structured binding.)
+    for (const auto& kv : rows_) take(kv.first, [&] { plain(kv.first, kv.second); });
+    for (const auto& kv : rows_) take(kv.first, [&] { vip(kv.first, kv.second); });
     settle(vips4_, out_.model.virtualIps, [](const auto& k) { return k.vrfIp(); });
     settle(vips6_, out_.model.virtualIps6, [](const auto& k) { return k; });
     return std::move(out_);
