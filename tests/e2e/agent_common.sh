@@ -61,7 +61,7 @@ rules() {
 }
 
 # Whether NS holds a TOOL (iptables) rule matching PATTERN: has NS PATTERN [TOOL].
-has() { rules "$1" "${3:-iptables}" | grep -q -- "$2"; }
+has() { rules "$1" "${3:-iptables}" | grep -- "$2" >/dev/null; }
 
 # acl-agent ARGS... in the background as $pid, its output in LOG; stopped at exit.
 start_agent() {

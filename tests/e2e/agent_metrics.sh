@@ -61,7 +61,7 @@ code() { curl -s -o /dev/null -w '%{http_code}' "$@"; }
 # last of it drained meanwhile depends on the machine's load, so it is not
 # asserted: the agent going on to converge below is the point.)
 
-idle() { "$agent" status --json 2>/dev/null | grep -q '"size": 0'; }
+idle() { "$agent" status --json 2>/dev/null | grep '"size": 0' >/dev/null; }
 eventually idle || fail "the backlog never drained"
 "$agent" metrics >"$work/metrics" || fail "acl-agent metrics exited $?"
 curl -sf "$url" >"$work/scraped" || fail "GET /metrics failed"
@@ -90,7 +90,10 @@ as_nobody status >/dev/null 2>"$work/denied" && fail "a user other than root rea
 grep -q "Permission denied" "$work/denied" || fail "not refused by the socket's mode: $(cat "$work/denied")"
 chmod 0666 "$control"
 as_nobody status >/dev/null || fail "status refused on a socket opened to all"
-as_nobody metrics | grep -q '^acl_agent_pairs_installed ' || fail "metrics refused on a socket opened to all"
+# (Into a file first: grep -q ends the pipe early, and pipefail would then see
+# the client's SIGPIPE.)
+as_nobody metrics >"$work/nobody.metrics" && grep -q '^acl_agent_pairs_installed ' "$work/nobody.metrics" ||
+  fail "metrics refused on a socket opened to all"
 as_nobody verify --repair >/dev/null 2>"$work/repair" && fail "a user other than root repaired"
 grep -q "repair is root's only" "$work/repair" || fail "repair refused for another reason: $(cat "$work/repair")"
 "$agent" verify --repair >"$work/root-repair" 2>&1  # exits 2: ns-gone cannot be read back

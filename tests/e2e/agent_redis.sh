@@ -50,7 +50,7 @@ eventually has default 10.0.10.2 || fail "a row written after bad ones was not a
 [ "$(grep -c 'refused INTERFACE|Vlan40' "$work/err")" = 1 ] || fail "a refusal was logged twice"
 [ "$(awk 'length > 2048' "$work/err" | wc -l)" = 0 ] || fail "an unbounded log line"
 status_has '"ready":true' || fail "status does not show the source ready"
-"$agent" metrics | grep -qx 'acl_agent_redis_ready 1' || fail "metrics do not show the source ready"
+"$agent" metrics | grep -x 'acl_agent_redis_ready 1' >/dev/null || fail "metrics do not show the source ready"
 "$agent" status | grep -q "refused INTERFACE|Vlan40: field device" || fail "status lacks the refusal"
 kill -0 "$pid" 2>/dev/null || fail "acl-agent died on bad rows: $(cat "$work/err")"
 stop_agent

@@ -29,7 +29,7 @@ sed -e 's|"blue": {|"green": { "state": "deleting", "namespace": "ns-green" }, "
   -e 's|"virtualIps": \[|"virtualIps": [ { "vrf": "green", "address": "10.0.40.1/32", "interfaces": ["Vlan30"] },|' \
   "$root/examples/state.json" >"$work/state.json"
 PATH="$work/bin:$PATH" start_agent "$work/err" --state "$work/state.json" --verify-every 2
-idle() { "$agent" status --json 2>/dev/null | grep -q '"size": 0'; }
+idle() { "$agent" status --json 2>/dev/null | grep '"size": 0' >/dev/null; }
 wait_idle() { eventually idle || fail "the backlog never drained: $("$agent" status)"; }
 wait_for "$work/err" "^acl-agent: published $work/state.json: 4 interfaces, 3 VRFs"
 wait_idle

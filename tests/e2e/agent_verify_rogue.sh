@@ -50,7 +50,7 @@ cases=(
 mkdir "$work/run"
 cd "$work/run" || fail "no run folder"
 start_agent "$work/err" --state "$work/state.json" --arptables stock
-idle() { "$agent" status --json 2>/dev/null | grep -q '"size": 0'; }
+idle() { "$agent" status --json 2>/dev/null | grep '"size": 0' >/dev/null; }
 wait_idle() { eventually idle || fail "the backlog never drained: $("$agent" status)"; }
 wait_for "$work/err" "^acl-agent: published $work/state.json"
 wait_idle
