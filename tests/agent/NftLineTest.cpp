@@ -39,6 +39,7 @@ TEST(NftLineTest, ReadsThePluginsShapesOnly) {
       {"ip6tables -t mangle -A PREROUTING -p icmp -d 2001:db8::1 -i v" + kTag + "ACCEPT", {}},
       {"iptables -t mangle -A PREROUTING -p icmp -d 10.0.0.300 -i vlan10" + kTag + "ACCEPT", {}},
       {"iptables -t mangle -A PREROUTING -p icmp -d 10.0.0.1 -i a\"b" + kTag + "ACCEPT", {}},
+      {"iptables -t mangle -A PREROUTING -p icmp -d 10.0.0.1 -i a/b" + kTag + "ACCEPT", {}},
       {"iptables -t mangle -A PREROUTING -p icmp -d 10.0.0.1 -i sixteen-bytes-xx" + kTag + "ACCEPT",
        {}},
       {"iptables -t mangle -A PREROUTING -p icmp -d 10.0.0.1 -i vlan10" + kTag + "ACCEPT; true",
