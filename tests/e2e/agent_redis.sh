@@ -7,10 +7,7 @@ set -uo pipefail
 source "$(dirname "$0")/agent_common.sh" "$@"
 # shellcheck source=tests/e2e/redis_common.sh
 source "$(dirname "$0")/redis_common.sh"
-need_plugin
-
-ip netns add ns-red
-ip netns add ns-blue
+vrf_namespaces
 start_redis db
 # An earlier run's rule, and every table but the ready row.
 iptables -t mangle -A PREROUTING -d 10.9.9.9/32 -m comment --comment "KESTEL ADDED" -j DROP

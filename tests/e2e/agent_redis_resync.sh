@@ -8,10 +8,7 @@ set -uo pipefail
 source "$(dirname "$0")/agent_common.sh" "$@"
 # shellcheck source=tests/e2e/redis_common.sh
 source "$(dirname "$0")/redis_common.sh"
-need_plugin
-
-ip netns add ns-red
-ip netns add ns-blue
+vrf_namespaces
 example="$root/examples/redis-state.txt"
 # The same rows after the mask change and the VRF move; then other content.
 sed 's#VIRTUAL_IP|red|10.0.20.1/24#VIRTUAL_IP|red|10.0.20.1/25#; s#VIRTUAL_IP|blue|#VIRTUAL_IP|red|#' \

@@ -50,3 +50,10 @@ dump() {
 
 # status_has PATTERN: the agent's status (JSON) holds PATTERN.
 status_has() { "$agent" status --json | tr -d " \n" | grep -q -- "$1"; }
+
+# The two VRF namespaces of the example rows, once the plug-in is there to run.
+vrf_namespaces() {
+  need_plugin
+  ip netns add ns-red
+  ip netns add ns-blue
+}

@@ -124,31 +124,10 @@ TEST_F(ControlServerTest, IdleClientsMakeRoomOldestFirstAndTextLeavesAsValidUtf8
             "\n");
 }
 
-TEST_F(ControlServerTest, RefusesAFolderThatAnotherUserCouldWrite) {
+// Owner and mode are refused in agent_control.sh against the real agent; a
+// link, which its parent's owner could swap, only here.
+TEST_F(ControlServerTest, RefusesAFolderThatIsALink) {
   const std::string folder = dir_ + "/ctl";
-  struct Row {
-    uid_t owner;
-    mode_t mode;
-    std::string why;
-  } rows[] = {
-      {65534, 0700,
-       folder + ": owned by uid 65534, not by root: its owner could replace the socket"},
-      {0, 0770,
-       folder + ": writable by group or others (mode 0770): they could replace the socket"},
-      {0, 0702,
-       folder + ": writable by group or others (mode 0702): they could replace the socket"},
-      {0, 0755, ""},
-  };
-  for (const Row& r : rows) {
-    ASSERT_EQ(::mkdir(folder.c_str(), r.mode), 0);
-    ASSERT_EQ(::chmod(folder.c_str(), r.mode), 0);  // past the umask
-    ASSERT_EQ(::chown(folder.c_str(), r.owner, 0), 0);
-    ControlServer s(loop.loop(), folder + "/control.sock", [](const std::string&) { return ""; });
-    std::string why;
-    EXPECT_EQ(s.doListen(why), r.why.empty()) << why;
-    EXPECT_EQ(why, r.why);
-    std::filesystem::remove_all(folder);
-  }
   ::symlink(dir_.c_str(), folder.c_str());
   ControlServer s(loop.loop(), folder + "/control.sock", [](const std::string&) { return ""; });
   std::string why;
