@@ -7,11 +7,12 @@ packages=(g++ clang cmake ninja-build pkg-config googletest libgtest-dev libgmoc
   libbenchmark-dev nlohmann-json3-dev iproute2 iptables arptables util-linux iputils-ping)
 # dpkg-shlibdeps: the library dependencies of the .deb that cpack builds.
 packages+=(dpkg-dev)
-# The nftables applier (libnftables, and nft for its benchmark), the Redis
-# source (hiredis; redis-server and keepalived for its end-to-end tests),
-# metrics over HTTP, the journal, and the service unit under a real systemd.
-packages+=(libnftables-dev nftables libhiredis-dev redis-server redis-tools keepalived
-  libmicrohttpd-dev libsystemd-dev python3-prometheus-client curl debootstrap systemd-container)
+# The nftables applier (libnftables; libnftnl and libmnl for set elements;
+# nft for its benchmark), the Redis source (hiredis; redis-server and
+# keepalived for its end-to-end tests), metrics over HTTP, the journal, and
+# the service unit under a real systemd.
+packages+=(libnftables-dev libnftnl-dev libmnl-dev nftables libhiredis-dev redis-server redis-tools
+  keepalived libmicrohttpd-dev libsystemd-dev python3-prometheus-client curl debootstrap systemd-container)
 
 missing=()
 for p in "${packages[@]}"; do

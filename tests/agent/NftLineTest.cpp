@@ -53,16 +53,22 @@ TEST(NftLineTest, ReadsThePluginsShapesOnly) {
   for (const Row& r : rows) EXPECT_EQ(changeOf(r.line), r.change) << r.line;
 }
 
-TEST(NftTablesTest, GroupsDistinctElementsOfOneSetAndMakesTablesSureFirst) {
+TEST(NftTablesTest, GroupsEachSetsChangesInOrderPerElementAndMakesTablesSureFirst) {
   Script s;
   const Change a = change("default", Family::ip, Op::add, Verdict::accept, "10.0.0.1", "v1");
-  Change b = a;
+  Change b = a, dropA = a, delA = a;
   b.address = "10.0.0.2";
-  for (const Change& c : {a, b, a}) s.elementIs(c);
+  dropA.verdict = Verdict::drop;
+  delA.op = Op::del;
+  // The plug-in's order: the two sets alternate; `a` goes and comes back.
+  for (const Change& c : {a, dropA, b, delA, a}) s.elementIs(c);
   const std::string text = s.text();
   EXPECT_EQ(text.find("add table ip acl-agent\n"), 0u) << text;
-  EXPECT_NE(text.find("add element ip acl-agent accept_icmp { 10.0.0.1 . \"v1\", 10.0.0.2 . "
-                      "\"v1\" }\nadd element ip acl-agent accept_icmp { 10.0.0.1 . \"v1\" }\n"),
+  const std::string e1 = "10.0.0.1 . \"v1\"", e2 = "10.0.0.2 . \"v1\"";
+  EXPECT_NE(text.find("add element ip acl-agent accept_icmp { " + e1 + ", " + e2 +
+                      " }\ndelete element ip acl-agent accept_icmp { " + e1 +
+                      " }\nadd element ip acl-agent accept_icmp { " + e1 +
+                      " }\nadd element ip acl-agent drop_all { " + e1 + " }\n"),
             std::string::npos)
       << text;
   EXPECT_EQ(text.find("ip6"), std::string::npos) << text;

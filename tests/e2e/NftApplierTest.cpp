@@ -104,6 +104,30 @@ TEST_F(NftApplierTest, EachNamespaceInItsOwnTables) {
   EXPECT_EQ(tables(*applier, "ns-a"), std::vector<std::string>{"ip drop 10.0.0.3 v1"});
 }
 
+// A table someone deleted is made again by the next lines, which succeed.
+TEST_F(NftApplierTest, MakesADeletedTableAgain) {
+  queue(rule("default", "-A", "10.0.0.1", true));
+  applier->doApplyAll();
+  ASSERT_EQ(std::system("nft delete table ip acl-agent"), 0);
+  queue(rule("default", "-A", "10.0.0.2", true));
+  applier->doApplyAll();
+  EXPECT_TRUE(reported.empty());
+  EXPECT_EQ(tables(*applier, "default"), std::vector<std::string>{"ip drop 10.0.0.2 v1"});
+}
+
+// A delete finds a rule of the same values without the agent's comment.
+TEST_F(NftApplierTest, DeletesARuleAddedByHand) {
+  ASSERT_EQ(applier->lineIs("arptables -F OUT", nullptr), 0);
+  ASSERT_EQ(std::system("nft add rule arp acl-agent output arp operation request arp hlen 6 arp "
+                        "daddr ip 10.1.1.0/24 oifname v1 arp saddr ether set 02:00:00:00:01:01 "
+                        "arp saddr ip set 10.1.1.1"),
+            0);
+  queue(arp("-D"));
+  applier->doApplyAll();
+  EXPECT_TRUE(reported.empty());
+  EXPECT_TRUE(tables(*applier, "default").empty());
+}
+
 // At most two lines per call; the rest waits, in order, behind one posted turn.
 TEST_F(NftApplierTest, AppliesABigSliceInChunks) {
   for (const char* op : {"-A", "-D", "-A", "-D", "-A"})

@@ -122,9 +122,12 @@ Context* NftApplier::context(const std::string& ns, std::string& why) {
 
 void NftApplier::doApplyRange(Context& ctx, std::vector<Entry*>& es, std::size_t b, std::size_t e) {
   while (b < e) {
-    const Plan p = plan(ctx, es, b, e);
-    const int status = p.script.empty() ? 0 : doTransaction(ctx, p.script);
-    if (status != 0 && p.end - b == 1) {
+    const bool direct = !textOnly_ && ctx.netlink();
+    const Plan p = plan(ctx, es, b, e, direct);
+    const int status = doTransaction(ctx, p.script);
+    if (status == 0 && direct && !p.elements.empty()) {
+      doElements(ctx, p.elements);
+    } else if (status != 0 && p.end - b == 1) {
       es[b]->status = kFailed;
     } else if (status != 0) {
       // Nothing of it took effect: each half again, in order.
@@ -137,9 +140,11 @@ void NftApplier::doApplyRange(Context& ctx, std::vector<Entry*>& es, std::size_t
 }
 
 NftApplier::Plan NftApplier::plan(Context& ctx, std::vector<Entry*>& es, std::size_t b,
-                                  std::size_t e) {
-  Script s;
-  std::optional<std::multimap<std::string, std::uint64_t>> listed;  // ARP rules by key, in order
+                                  std::size_t e, bool direct) {
+  Plan p{e, Script(), {}};
+  Script& s = p.script;
+  std::optional<ArpListing> listed;
+  std::vector<std::uint64_t> deleted;                    // handles this script deletes
   std::map<std::string, std::deque<std::size_t>> added;  // ARP adds of this script, by key
   for (std::size_t i = b; i < e; ++i) {
     Entry& en = *es[i];
@@ -150,12 +155,16 @@ NftApplier::Plan NftApplier::plan(Context& ctx, std::vector<Entry*>& es, std::si
     }
     const Change& c = *en.change;
     if (c.op == Op::flush) {
-      if (i > b) return {i, std::move(s)};
-      s.flushIs(c.family);
-      return {i + 1, std::move(s)};
+      p.end = i > b ? i : i + 1;
+      if (i == b) s.flushIs(c.family);
+      return p;
     }
     if (c.family != Family::arp) {
-      s.elementIs(c);
+      if (direct)
+        s.touch(c.family);
+      else
+        s.elementIs(c);
+      p.elements.push_back(&en);
       continue;
     }
     const std::string key = arpKey(c);
@@ -163,15 +172,18 @@ NftApplier::Plan NftApplier::plan(Context& ctx, std::vector<Entry*>& es, std::si
       added[key].push_back(s.arpRuleIs(c));
       continue;
     }
-    if (!listed) {
-      listed.emplace();
-      const std::optional<std::string> json = ctx.listJson(std::string("list table arp ") + kTable);
-      for (const ListedArpRule& r : arpRulesOf(json.value_or(""))) listed->emplace(r.key, r.handle);
+    if (!listed) listed = arpRulesIn(ctx, direct);
+    if (listed->byComment && !listed->handles.count(key) && added[key].empty()) {
+      // A rule without our comment (added by hand, say) is found by its expressions.
+      listed = arpRulesIn(ctx, false);
+      for (std::uint64_t h : deleted)
+        std::erase_if(listed->handles, [h](auto& kv) { return kv.second == h; });
     }
-    auto it = listed->find(key);
-    if (it != listed->end()) {
+    auto it = listed->handles.find(key);
+    if (it != listed->handles.end()) {
       s.arpRuleDel(it->second);
-      listed->erase(it);
+      deleted.push_back(it->second);
+      listed->handles.erase(it);
     } else if (!added[key].empty()) {
       // The first rule of these four values is one this script adds: both go.
       s.arpRuleCancel(added[key].front());
@@ -180,13 +192,29 @@ NftApplier::Plan NftApplier::plan(Context& ctx, std::vector<Entry*>& es, std::si
       en.status = kFailed;  // no such rule
     }
   }
-  return {e, std::move(s)};
+  return p;
+}
+
+NftApplier::ArpListing NftApplier::arpRulesIn(Context& ctx, bool byComment) {
+  ArpListing out;
+  std::optional<std::vector<std::pair<std::string, std::uint64_t>>> rules;
+  if (byComment) rules = ctx.netlink()->arpRules();
+  out.byComment = rules.has_value();
+  if (rules) {
+    for (const auto& [key, handle] : *rules) out.handles.emplace(key, handle);
+    return out;
+  }
+  const std::optional<std::string> json = ctx.listJson(std::string("list table arp ") + kTable);
+  for (const ListedArpRule& r : arpRulesOf(json.value_or(""))) out.handles.emplace(r.key, r.handle);
+  return out;
 }
 
 int NftApplier::doTransaction(Context& ctx, const Script& script) {
   std::set<Family> ready;
   for (int f : ctx.ready()) ready.insert(Family(f));
-  const int status = ctx.run(script.text(ready));
+  const std::string text = script.text(ready);
+  if (text.empty()) return 0;
+  const int status = ctx.run(text);
   // In place after a success; after a failure made sure of again.
   for (Family f : script.touched())
     if (status == 0)
@@ -212,6 +240,45 @@ std::optional<std::vector<Change>> NftApplier::tablesOf(const std::string& ns) {
   for (const ListedArpRule& r : arpRulesOf(json.value_or(""))) out.push_back(r.change);
   for (Change& c : out) c.ns = ns;
   return out;
+}
+
+void NftApplier::doElements(Context& ctx, std::vector<Entry*> entries) {
+  bool madeSure = false;
+  while (!entries.empty()) {
+    std::vector<const Change*> changes;
+    for (Entry* en : entries) changes.push_back(&*en->change);
+    std::vector<std::size_t> refused;
+    std::string why;
+    const NetlinkSocket::Outcome out = ctx.netlink()->run(changes, refused, why);
+    stats_.ranIs(prefixOf(ctx.ns()) + "nft -f -",
+                 out == NetlinkSocket::Outcome::committed ? 0 : kFailed);
+    if (out == NetlinkSocket::Outcome::committed) return;
+    NFT_TRACE(6, "Element batch of " << changes.size() << " not applied: " << why);
+    if (out == NetlinkSocket::Outcome::unknown) {
+      // Nothing is known of it: the same lines through libnftables, halves and all.
+      textOnly_ = true;
+      doApplyRange(ctx, entries, 0, entries.size());
+      textOnly_ = false;
+      return;
+    }
+    if (refused.size() == entries.size() && !madeSure) {
+      // A set someone removed refuses all: the tables are made sure of, once, and all go again.
+      madeSure = true;
+      Script ensure;
+      for (const Entry* en : entries) ensure.touch(en->change->family);
+      ctx.ready().clear();
+      if (doTransaction(ctx, ensure) == 0) continue;
+    }
+    std::vector<Entry*> rest;
+    for (std::size_t i = 0, r = 0; i < entries.size(); ++i)
+      if (r < refused.size() && refused[r] == i) {
+        entries[i]->status = kFailed;
+        ++r;
+      } else {
+        rest.push_back(entries[i]);
+      }
+    entries.swap(rest);
+  }
 }
 
 }  // namespace Agent::Nft

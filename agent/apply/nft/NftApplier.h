@@ -7,8 +7,11 @@
 // When a transaction fails (nothing of it took effect), its lines are
 // applied again in halves, down to single lines, in order, so exactly the
 // lines that fail on their own are reported, each once, with the plug-in's
-// own report; a line of another shape fails without changing anything; a
-// namespace that cannot be entered fails all its lines (the plug-in's report
+// own report. Set elements, the bulk of any slice, skip libnftables: after
+// the transaction of the rest (tables made sure of, ARP rules), they go to
+// the kernel as one batch of their own (NftNetlink.h), which names the
+// changes it refuses, so the rest is sent again without them; a line of another shape fails without
+// changing anything; a namespace that cannot be entered fails all its lines (the plug-in's report
 // probes the namespace itself). A failed line registered in KnownAbsent is
 // a success.
 //
@@ -31,8 +34,10 @@
 //   ARP add                              appends a rule; a delete removes the
 //                                        first rule of the same four values
 //                                        (found by its handle in a listing of
-//                                        the agent's arp table; one this
-//                                        transaction adds is taken back);
+//                                        the agent's arp table, by the comment
+//                                        the agent gives its rules, else by
+//                                        expressions; one this transaction
+//                                        adds is taken back);
 //   flush                                the family's own table made empty
 //                                        (and made, if it was not there).
 // Counts: each line under its tool as it would run, each transaction under
@@ -83,14 +88,25 @@ class NftApplier : public Acl::CommandApplier {
   struct Plan {
     std::size_t end;  // entries [begin, end) go in this transaction
     Script script;
+    std::vector<Entry*> elements;  // the set element changes among them
   };
+
+  // The ARP rules by key, in chain order, with their handles: read by
+  // their comments over netlink (cheap), or by their expressions.
+  struct ArpListing {
+    bool byComment = false;
+    std::multimap<std::string, std::uint64_t> handles;
+  };
+  ArpListing arpRulesIn(Context& ctx, bool byComment);
 
   void doApplyChunk(std::size_t count);
   void doApply(std::vector<Entry>& chunk);
   void doApplyNamespace(const std::string& ns, std::vector<Entry*>& entries);
   void doApplyRange(Context& ctx, std::vector<Entry*>& es, std::size_t b, std::size_t e);
-  Plan plan(Context& ctx, std::vector<Entry*>& es, std::size_t b, std::size_t e);
+  // With `direct`, set elements are left to doElements.
+  Plan plan(Context& ctx, std::vector<Entry*>& es, std::size_t b, std::size_t e, bool direct);
   int doTransaction(Context& ctx, const Script& script);
+  void doElements(Context& ctx, std::vector<Entry*> entries);
   Context* context(const std::string& ns, std::string& why);
 
   ApplyStats& stats_;
@@ -98,6 +114,7 @@ class NftApplier : public Acl::CommandApplier {
   std::size_t chunk_;
   Post post_;
   bool posted_ = false;
+  bool textOnly_ = false;  // elements through libnftables too
   std::deque<Entry> pending_;
   std::map<std::string, std::unique_ptr<Context>> contexts_;
 };

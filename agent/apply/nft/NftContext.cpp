@@ -22,15 +22,18 @@ struct Fd {
   }
 };
 
-nft_ctx* newContext() {
+}  // namespace
+
+// Both made in the calling thread's namespace.
+nft_ctx* Context::newContext(std::unique_ptr<NetlinkSocket>& netlink) {
   nft_ctx* c = ::nft_ctx_new(NFT_CTX_DEFAULT);
   if (!c) return nullptr;
   ::nft_ctx_buffer_output(c);
   ::nft_ctx_buffer_error(c);
+  std::string why;
+  netlink = NetlinkSocket::open(why);
   return c;
 }
-
-}  // namespace
 
 std::string namespacePath(const std::string& ns) {
   if (ns.empty() || ns == "." || ns == ".." || ns.find('/') != std::string::npos ||
@@ -40,10 +43,14 @@ std::string namespacePath(const std::string& ns) {
 }
 
 std::unique_ptr<Context> Context::open(const std::string& ns, std::string& why) {
+  std::unique_ptr<NetlinkSocket> netlink;
   if (ns == "default") {
-    nft_ctx* c = newContext();
+    nft_ctx* c = newContext(netlink);
     if (!c) why = "cannot make a libnftables context";
-    return c ? std::unique_ptr<Context>(new Context(c, ns, -1, 0, 0)) : nullptr;
+    if (!c) return nullptr;
+    std::unique_ptr<Context> out(new Context(c, ns, -1, 0, 0));
+    out->netlink_ = std::move(netlink);
+    return out;
   }
   const std::string path = namespacePath(ns);
   Fd target{path.empty() ? -1 : ::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
@@ -57,7 +64,7 @@ std::unique_ptr<Context> Context::open(const std::string& ns, std::string& why) 
     why = "namespace " + ns + ": cannot enter: " + std::strerror(errno);
     return nullptr;
   }
-  nft_ctx* c = newContext();
+  nft_ctx* c = newContext(netlink);
   // Back home whatever happened; staying elsewhere would misplace everything after.
   if (::setns(self.fd, CLONE_NEWNET) != 0) std::abort();
   if (!c) {
@@ -65,7 +72,9 @@ std::unique_ptr<Context> Context::open(const std::string& ns, std::string& why) 
     return nullptr;
   }
   const int fd = std::exchange(target.fd, -1);
-  return std::unique_ptr<Context>(new Context(c, ns, fd, st.st_dev, st.st_ino));
+  std::unique_ptr<Context> out(new Context(c, ns, fd, st.st_dev, st.st_ino));
+  out->netlink_ = std::move(netlink);
+  return out;
 }
 
 // The calling thread inside the context's namespace for a scope.

@@ -16,6 +16,8 @@
 #include <set>
 #include <string>
 
+#include "agent/apply/nft/NftNetlink.h"
+
 struct nft_ctx;
 
 namespace Agent::Nft {
@@ -35,6 +37,9 @@ class Context {
   // The JSON output of a list command, e.g. "list table ip acl-agent";
   // nullopt when it fails (the table is absent, say).
   std::optional<std::string> listJson(const std::string& command);
+  // The namespace's netlink socket for the bulk work; null when none
+  // could be opened (libnftables then does all).
+  NetlinkSocket* netlink() { return netlink_.get(); }
   const std::string& error() const { return error_; }
   const std::string& ns() const { return ns_; }
   // False once /run/netns/NS is gone or names another namespace than the
@@ -46,6 +51,7 @@ class Context {
 
  private:
   Context(nft_ctx* ctx, std::string ns, int fd, dev_t dev, ino_t ino);
+  static nft_ctx* newContext(std::unique_ptr<NetlinkSocket>& netlink);
   class Inside;
 
   nft_ctx* ctx_;
@@ -55,6 +61,7 @@ class Context {
   ino_t ino_;
   std::string error_;
   std::set<int> ready_;
+  std::unique_ptr<NetlinkSocket> netlink_;
 };
 
 // The file `ip netns` keeps for `ns`; "" for a name that cannot be one.

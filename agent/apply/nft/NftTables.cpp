@@ -49,6 +49,19 @@ std::string subnetText(const std::string& s) {
 
 using nlohmann::json;
 
+// A member by reference (json::value copies), or null.
+const json& at(const json& j, const char* key) {
+  static const json none;
+  if (!j.is_object()) return none;
+  auto it = j.find(key);
+  return it == j.end() ? none : *it;
+}
+
+std::string member(const json& j, const char* key) {
+  const json& v = at(j, key);
+  return v.is_string() ? v.get<std::string>() : std::string();
+}
+
 std::string str(const json& j) {
   return j.is_string() ? j.get<std::string>() : j.is_number() ? j.dump() : std::string();
 }
@@ -60,33 +73,32 @@ std::optional<Change> arpRuleOf(const json& expr) {
   bool request = false, hlen6 = false;
   for (const json& e : expr) {
     if (e.contains("match")) {
-      const json& m = e["match"];
-      const json& left = m.value("left", json());
-      const json& right = m.value("right", json());
-      if (m.value("op", "") != "==") return std::nullopt;
-      if (left.contains("meta") && left["meta"].value("key", "") == "oifname") {
+      const json& m = at(e, "match");
+      const json& left = at(m, "left");
+      const json& right = at(m, "right");
+      if (member(m, "op") != "==") return std::nullopt;
+      if (member(at(left, "meta"), "key") == "oifname") {
         c.dev = str(right);
         continue;
       }
-      const std::string field = left.contains("payload") ? left["payload"].value("field", "") : "";
+      const std::string field = member(at(left, "payload"), "field");
       if (field == "operation")
         request = str(right) == "request";
       else if (field == "hlen")
         hlen6 = str(right) == "6";
       else if (field == "daddr ip" && right.contains("prefix"))
-        c.subnet = str(right["prefix"].value("addr", json())) + "/" +
-                   str(right["prefix"].value("len", json()));
+        c.subnet = str(at(at(right, "prefix"), "addr")) + "/" + str(at(at(right, "prefix"), "len"));
       else if (field == "daddr ip")
         c.subnet = str(right) + "/32";
       else
         return std::nullopt;
     } else if (e.contains("mangle")) {
-      const json& key = e["mangle"].value("key", json());
-      const std::string field = key.contains("payload") ? key["payload"].value("field", "") : "";
+      const json& mangle = at(e, "mangle");
+      const std::string field = member(at(at(mangle, "key"), "payload"), "field");
       if (field == "saddr ether")
-        c.mac = lower(str(e["mangle"].value("value", json())));
+        c.mac = lower(str(at(mangle, "value")));
       else if (field == "saddr ip")
-        c.address = str(e["mangle"].value("value", json()));
+        c.address = str(at(mangle, "value"));
       else
         return std::nullopt;
     } else {
@@ -98,10 +110,10 @@ std::optional<Change> arpRuleOf(const json& expr) {
   return c;
 }
 
-json listed(const std::string& text) {
-  json j = json::parse(text, nullptr, false);
-  return j.is_object() && j.contains("nftables") && j["nftables"].is_array() ? j["nftables"]
-                                                                             : json::array();
+json listed(const std::string& listing) {
+  json j = json::parse(listing, nullptr, false);
+  json items = j.is_object() && j.contains("nftables") ? std::move(j["nftables"]) : json();
+  return items.is_array() ? std::move(items) : json::array();
 }
 
 }  // namespace
@@ -111,41 +123,36 @@ void Script::flushIs(Family f) {
   body_.push_back("add table " + t + "\ndelete table " + t + "\n");
   remade_.insert(f);
   touched_.insert(f);
-  group_.clear();
 }
 
 void Script::elementIs(const Change& c) {
   touched_.insert(c.family);
-  const std::string group = std::string(c.op == Op::add ? "add" : "delete") + " element " +
-                            familyName(c.family) + " " + kTable + " " + setOf(c.verdict);
-  const std::string element = c.address + " . \"" + c.dev + "\"";
-  if (group == group_ && groupKeys_.insert(element).second) {
-    body_.back().insert(body_.back().size() - 3, ", " + element);  // before " }\n"
-    return;
-  }
-  group_ = group;
-  groupKeys_ = {element};
-  body_.push_back(group + " { " + element + " }\n");
+  SetChanges& set =
+      sets_[std::string(familyName(c.family)) + " " + kTable + " " + setOf(c.verdict)];
+  std::string element = c.address + " . \"" + c.dev + "\"";
+  const std::size_t round = set.changesOf[element]++;
+  if (round == set.rounds.size()) set.rounds.emplace_back();
+  Round& r = set.rounds[round];
+  (c.op == Op::add ? r.adds : r.deletes).push_back(std::move(element));
 }
 
 std::size_t Script::arpRuleIs(const Change& c) {
   touched_.insert(Family::arp);
-  group_.clear();
   body_.push_back(std::string("add rule arp ") + kTable +
                   " output arp operation request arp hlen 6 arp daddr ip " + c.subnet +
                   " oifname \"" + c.dev + "\" arp saddr ether set " + c.mac + " arp saddr ip set " +
-                  c.address + "\n");
+                  c.address + " comment \"" + arpKey(c) + "\"\n");
   return body_.size() - 1;
 }
 
 void Script::arpRuleDel(std::uint64_t handle) {
   touched_.insert(Family::arp);
-  group_.clear();
   body_.push_back(std::string("delete rule arp ") + kTable + " output handle " +
                   std::to_string(handle) + "\n");
 }
 
 bool Script::empty() const {
+  if (!sets_.empty()) return false;
   for (const std::string& c : body_)
     if (!c.empty()) return false;
   return true;
@@ -156,6 +163,15 @@ std::string Script::text(const std::set<Family>& ready) const {
   for (Family f : touched_)
     if (!ready.count(f) || remade_.count(f)) ensured += ensureText(f);
   std::string body;
+  // Sets and ARP rules live in different tables: their changes commute.
+  for (const auto& [set, changes] : sets_)
+    for (const Round& r : changes.rounds)
+      for (const auto* list : {&r.deletes, &r.adds}) {
+        if (list->empty()) continue;
+        body += std::string(list == &r.adds ? "add" : "delete") + " element " + set + " { ";
+        for (std::size_t i = 0; i < list->size(); ++i) body += (i ? ", " : "") + (*list)[i];
+        body += " }\n";
+      }
   for (const std::string& c : body_) body += c;
   // A flush deletes its table in the body: the table is made again after it.
   return remade_.empty() ? ensured + body : body + ensured;
@@ -169,10 +185,13 @@ std::vector<ListedArpRule> arpRulesOf(const std::string& text) {
   std::vector<ListedArpRule> out;
   for (const json& item : listed(text)) {
     if (!item.contains("rule")) continue;
-    const json& r = item["rule"];
-    if (r.value("chain", "") != "output" || !r.contains("expr")) continue;
-    std::optional<Change> c = arpRuleOf(r["expr"]);
-    if (c) out.push_back({arpKey(*c), r.value("handle", std::uint64_t(0)), *c});
+    const json& r = at(item, "rule");
+    if (member(r, "chain") != "output" || !r.contains("expr")) continue;
+    std::optional<Change> c = arpRuleOf(at(r, "expr"));
+    const json& handle = at(r, "handle");
+    if (c)
+      out.push_back(
+          {arpKey(*c), handle.is_number_unsigned() ? handle.get<std::uint64_t>() : 0, *c});
   }
   return out;
 }
@@ -181,18 +200,19 @@ std::vector<Change> elementsOf(const std::string& text, Family f) {
   std::vector<Change> out[2];
   for (const json& item : listed(text)) {
     if (!item.contains("set")) continue;
-    const json& s = item["set"];
-    const std::string name = s.value("name", "");
+    const json& s = at(item, "set");
+    const std::string name = member(s, "name");
     if ((name != "accept_icmp" && name != "drop_all") || !s.contains("elem")) continue;
     const Verdict v = name == "accept_icmp" ? Verdict::accept : Verdict::drop;
-    for (const json& e : s["elem"]) {
-      const json& concat = e.contains("elem") ? e["elem"].value("val", json()) : e;
-      if (!concat.contains("concat") || concat["concat"].size() != 2) continue;
+    for (const json& e : at(s, "elem")) {
+      const json& concat = e.contains("elem") ? at(at(e, "elem"), "val") : e;
+      const json& pair = at(concat, "concat");
+      if (!pair.is_array() || pair.size() != 2) continue;
       Change c;
       c.family = f;
       c.verdict = v;
-      c.address = str(concat["concat"][0]);
-      c.dev = str(concat["concat"][1]);
+      c.address = str(pair[0]);
+      c.dev = str(pair[1]);
       out[v == Verdict::accept ? 0 : 1].push_back(std::move(c));
     }
   }

@@ -22,6 +22,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -42,8 +43,10 @@ class Script {
   // Empties the family's table (made anew, whether it was there or not).
   // A script with a flush holds nothing else.
   void flushIs(Family f);
-  // Adds or deletes one set element; consecutive ones of a set share a
-  // command while their elements differ.
+  // Adds or deletes one set element. A set's changes share one add and one
+  // delete command per round: an element's n-th change goes in round n, so
+  // changes of one element keep their order and others need not be
+  // neighbours (the plug-in alternates the two sets line by line).
   void elementIs(const Change& c);
   // Returns the command's place, for arpRuleCancel.
   std::size_t arpRuleIs(const Change& c);
@@ -51,6 +54,8 @@ class Script {
   // rule in one transaction change nothing, and both succeed.
   void arpRuleCancel(std::size_t place) { body_.at(place).clear(); }
   void arpRuleDel(std::uint64_t handle);
+  // Makes sure of the family's table (if not ready) without changing anything in it.
+  void touch(Family f) { touched_.insert(f); }
   bool empty() const;
   // The script; families in `ready` are taken as in place.
   std::string text(const std::set<Family>& ready = {}) const;
@@ -58,9 +63,15 @@ class Script {
 
  private:
   std::set<Family> touched_, remade_;
-  std::vector<std::string> body_;  // commands; "" for one taken back
-  std::string group_;              // the open element command's "op family set"
-  std::set<std::string> groupKeys_;
+  struct Round {
+    std::vector<std::string> adds, deletes;
+  };
+  struct SetChanges {
+    std::map<std::string, std::size_t> changesOf;  // element -> changes so far
+    std::vector<Round> rounds;
+  };
+  std::map<std::string, SetChanges> sets_;  // by "family set"
+  std::vector<std::string> body_;           // other commands; "" for one taken back
 };
 
 // An ARP rule's identity: the line's subnet (host bits cleared), device,
