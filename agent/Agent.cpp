@@ -259,6 +259,8 @@ Control::VerifyInputs AclAgent::verifyInputs() {
     // nft mode reads and repairs its own tables, never another tool's.
     if (auto* nft = dynamic_cast<Nft::NftApplier*>(applier_.ptr()))
       return Nft::doCommand(*nft, ns, argv, out);
+    // What is taken is in force before it is read back.
+    applier_->doApplyAll();
     return runner_.commandIs(Dravo::NamespaceName(ns), argv, {}, out);
   };
   return {command, Control::namespaceExists,

@@ -10,7 +10,13 @@
 // commands one changed virtual IP costs.
 //
 //   converge_bench [--sizes 100,1000,5000] [--per-line-up-to N] [--batch-up-to N]
-//                  [--stub-pairs V,I] [--namespaces VRFS,VIPS] [--trace AclAgent/5]
+//                  [--rounds R] [--stub-pairs V,I] [--namespaces VRFS,VIPS]
+//                  [--trace AclAgent/5]
+//
+// --rounds R runs batch, nft and the bare `nft -f` R times per size (batch
+// once above 5,000: its withdrawals take minutes) and shows each field's
+// median: one run of 20 ms is mostly where the plug-in's 10 ms timer tick
+// happened to fall.
 //
 // Each run is a forked child: the plug-in initialises once per process.
 // arptables is the host's real one, reached through the agent's dialect
@@ -23,6 +29,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -196,6 +203,22 @@ struct Converged {
   double packetBefore = -1, packetAfter = -1;  // ns per packet; < 0: not measured
   double startUp = 0;
 };
+
+// Each field's median over the rounds.
+Converged medianOf(std::vector<Converged> runs) {
+  auto median = [&](double Converged::*f) {
+    std::vector<double> v;
+    for (const Converged& c : runs) v.push_back(c.*f);
+    std::sort(v.begin(), v.end());
+    return v[v.size() / 2];
+  };
+  Converged m = runs.front();
+  for (double Converged::*f :
+       {&Converged::install, &Converged::withdraw, &Converged::stall, &Converged::packetBefore,
+        &Converged::packetAfter, &Converged::startUp})
+    m.*f = median(f);
+  return m;
+}
 
 std::string format(const Converged& c) {
   std::ostringstream o;
@@ -430,6 +453,7 @@ int main(int argc, char** argv) {
   std::vector<int> sizes = {100, 1000, 5000};
   int perLineUpTo = 1000;
   int batchUpTo = 1 << 30;  // batch withdraws 20,000 in minutes
+  int rounds = 1;
   std::vector<int> stub = {10000, 4};
   std::vector<int> namespaces = {100, 10};
   for (int i = 1; i + 1 < argc; i += 2) {
@@ -437,6 +461,8 @@ int main(int argc, char** argv) {
       sizes = numbers(argv[i + 1]);
     else if (!std::strcmp(argv[i], "--per-line-up-to"))
       perLineUpTo = std::atoi(argv[i + 1]);
+    else if (!std::strcmp(argv[i], "--rounds"))
+      rounds = std::max(1, std::atoi(argv[i + 1]));
     else if (!std::strcmp(argv[i], "--batch-up-to"))
       batchUpTo = std::atoi(argv[i + 1]);
     else if (!std::strcmp(argv[i], "--stub-pairs"))
@@ -454,15 +480,23 @@ int main(int argc, char** argv) {
   if (!Agent::doChooseArptablesDialect(Agent::ArptablesDialect::stock, [] { return true; }))
     return 1;
   if (std::system("ip netns add ns-bench && ip -n ns-bench link set lo up") != 0) return 1;
+  if (rounds > 1)
+    std::printf("Medians of %d rounds (batch above 5,000 virtual IPs: one round).\n\n", rounds);
   std::printf(
       "| VIPs | lines in / out | mode | processes | install s | withdraw s | "
       "longest stall ms | ns per packet, none / VIPs in place |\n"
       "|---|---|---|---|---|---|---|---|\n");
   for (int n : sizes) {
     const bool noBatch = n > batchUpTo;
-    const Converged batch = noBatch ? Converged{} : runAgent(Mode::batch, n);
-    const Converged nft = runAgent(Mode::nft, n);
-    const Converged bareNft = runBareNft();
+    std::vector<Converged> batches, nfts, bares;
+    for (int r = 0; r < rounds; ++r) {
+      // The bare loop replays the last batch run's lines, the bare nft -f the last nft run's.
+      if (!noBatch && (r == 0 || n <= 5000)) batches.push_back(runAgent(Mode::batch, n));
+      nfts.push_back(runAgent(Mode::nft, n));
+      bares.push_back(runBareNft());
+    }
+    const Converged batch = noBatch ? Converged{} : medianOf(batches);
+    const Converged nft = medianOf(nfts), bareNft = medianOf(bares);
     const bool slow = n > perLineUpTo || noBatch;  // the bare loop replays batch's lines
     Converged bare, perLine;
     if (!slow) bare = runBare();
@@ -508,7 +542,10 @@ int main(int argc, char** argv) {
         "| longest stall ms |\n|---|---|---|---|---|---|---|\n");
     Converged m[2];
     for (Mode mode : {Mode::batch, Mode::nft}) {
-      const Converged c = m[mode == Mode::nft] = runNamespaces(mode, namespaces[0], namespaces[1]);
+      std::vector<Converged> runs;
+      for (int r = 0; r < rounds; ++r)
+        runs.push_back(runNamespaces(mode, namespaces[0], namespaces[1]));
+      const Converged c = m[mode == Mode::nft] = medianOf(runs);
       std::printf("| %d x %d | %s | %.3f | %.3f | %.3f | %zu / %zu | %.1f |\n", namespaces[0],
                   namespaces[1], mode == Mode::nft ? "nft" : "batch", c.startUp, c.install,
                   c.withdraw, c.installLines, c.withdrawLines, c.stall * 1e3);

@@ -1,10 +1,13 @@
 #include "agent/apply/BatchApplier.h"
 
+#include <algorithm>
 #include <chrono>
+#include <iterator>
 
 #include "agent/apply/Appliers.h"
 #include "agent/apply/CommandLine.h"
 #include "agent/apply/RestoreInput.h"
+#include "platform/kiv/ActivityManager.h"
 #include "platform/kiv/Trace.h"
 
 namespace Agent {
@@ -27,8 +30,14 @@ double msSince(std::chrono::steady_clock::time_point start) {
 
 }  // namespace
 
-BatchApplier::BatchApplier(Runner& runner, KnownAbsent& absent, Restore restore)
-    : runner_(runner), absent_(absent), restore_(std::move(restore)) {
+BatchApplier::BatchApplier(Runner& runner, KnownAbsent& absent, Restore restore, double budget,
+                           Post post)
+    : runner_(runner),
+      absent_(absent),
+      restore_(std::move(restore)),
+      budget_(budget),
+      post_(std::move(post)) {
+  if (!post_) post_ = [](std::function<void()> cb) { Kiv::activityManager()->post(std::move(cb)); };
   if (!restore_)
     restore_ = [this](const Dravo::NamespaceName& ns, const std::vector<std::string>& argv,
                       const std::string& input) { return runner_.commandIs(ns, argv, input); };
@@ -36,7 +45,7 @@ BatchApplier::BatchApplier(Runner& runner, KnownAbsent& absent, Restore restore)
 
 int BatchApplier::lineIs(const std::string& line, FailureReport report) {
   if (!report) {
-    doApplyPending();
+    doApplyAll();
     return doRunPluginLine(runner_, absent_, line);
   }
   const CommandLine c = commandLineOf(line);
@@ -54,25 +63,59 @@ BatchApplier::Group& BatchApplier::groupFor(const std::string& ns, const std::st
 }
 
 void BatchApplier::doApplyPending() {
-  // Taken first: a report may reach back into the plug-in, which may queue
-  // more lines; they wait for the next call.
-  while (!groups_.empty()) {
-    std::vector<Group> groups = std::move(groups_);
-    groups_.clear();
-    groupIndex_.clear();
-    for (Group& g : groups) doApplyGroup(g);
+  doApply(true);
+}
+
+void BatchApplier::doApplyAll() {
+  doApply(false);
+}
+
+void BatchApplier::doApply(bool bounded) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point start = Clock::now();
+  const Clock::time_point deadline = bounded ? start + std::chrono::duration_cast<Clock::duration>(
+                                                           std::chrono::duration<double>(budget_))
+                                             : Clock::time_point::max();
+  std::size_t alone = 0;  // lines run by themselves in this call
+  // Lines taken in the turn that just ended start in the next one: that
+  // turn may have been a long plug-in slice already.
+  const bool fresh = taken_.empty();
+  for (bool first = true;; first = false) {
+    if (taken_.empty()) {
+      if (groups_.empty()) break;
+      // Taken first: a report may reach back into the plug-in, which may
+      // queue more lines; they wait behind these.
+      for (Group& g : groups_) taken_.push_back(std::move(g));
+      groups_.clear();
+      groupIndex_.clear();
+    }
+    if (bounded && ((first && fresh) || (!first && Clock::now() >= deadline))) break;
+    // The step leaves the queue before it runs: its reports may queue more.
+    Group& front = taken_.front();
+    Group step{front.ns, front.tool, front.table, {}};
+    const std::size_t n = front.table.empty() ? 1 : std::min(kStepLines, front.entries.size());
+    std::move(front.entries.begin(), front.entries.begin() + std::ptrdiff_t(n),
+              std::back_inserter(step.entries));
+    front.entries.erase(front.entries.begin(), front.entries.begin() + std::ptrdiff_t(n));
+    if (front.entries.empty()) taken_.pop_front();
+    if (step.table.empty()) {
+      ++alone;
+      if (doRunPluginLine(runner_, absent_, step.entries.front().line) != 0)
+        step.entries.front().report();
+    } else {
+      doApplyGroup(step);
+    }
   }
+  if (alone > 0)
+    BATCH_TRACE(5, "Applied " << alone << " lines one by one in " << msSince(start) << " ms");
+  if ((taken_.empty() && groups_.empty()) || posted_) return;
+  posted_ = true;
+  // The callback itself does nothing: the host's hook after it applies the next steps.
+  post_([this, self = Kiv::Ptr<BatchApplier>(this)] { posted_ = false; });
 }
 
 void BatchApplier::doApplyGroup(Group& g) {
   const auto start = std::chrono::steady_clock::now();
-  if (g.table.empty()) {
-    doApplyEach(g);
-    BATCH_TRACE(5, "Applied " << g.entries.size() << " " << g.tool
-                              << " lines one by one on namespace " << g.ns << " in "
-                              << msSince(start) << " ms");
-    return;
-  }
   std::vector<std::string> rules;
   rules.reserve(g.entries.size());
   for (const Entry& e : g.entries) rules.push_back(e.rule);
@@ -86,15 +129,11 @@ void BatchApplier::doApplyGroup(Group& g) {
     return;
   }
   // Nothing of the group took effect: each line again, failures reported.
-  doApplyEach(g);
+  for (Entry& e : g.entries)
+    if (doRunPluginLine(runner_, absent_, e.line) != 0) e.report();
   BATCH_TRACE(5, "Restore of " << g.entries.size() << " " << g.tool << " " << g.table
                                << " lines failed on namespace " << g.ns
                                << "; applied them one by one in " << msSince(start) << " ms");
-}
-
-void BatchApplier::doApplyEach(Group& g) {
-  for (Entry& e : g.entries)
-    if (doRunPluginLine(runner_, absent_, e.line) != 0) e.report();
 }
 
 }  // namespace Agent

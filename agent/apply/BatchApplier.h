@@ -14,12 +14,22 @@
 // A line without a report (a start-up flush) runs at once, after
 // everything taken before it.
 //
+// Steps. Lines start in the loop turn after the one that took them (which
+// may have been a long plug-in slice). A call applies in steps (a restore of
+// at most kStepLines lines, or one line run by itself) until `budget` has
+// passed; the rest waits, in order, and the applier posts an empty callback
+// so that the host's after-callback hook calls again: a big slice never holds the loop
+// for long (a status request is answered in between), and the loop is not
+// idle until all of it is applied. doApplyAll (a flush, the drain before a
+// plug-in is unloaded, a read-back) applies everything at once.
+//
 // Counts (in the runner's ApplyStats): each restore under its own tool
 // (iptables-restore...), each line it applied under the line's tool; every
 // line run by itself. Traces to the agent's own facility "AclAgent": level 5,
 // one line per applied group (size, time). Event-loop thread only.
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <map>
 #include <string>
@@ -39,11 +49,20 @@ class BatchApplier : public Acl::CommandApplier {
       std::function<int(const Dravo::NamespaceName& ns, const std::vector<std::string>& argv,
                         const std::string& input)>;
 
+  // Asks the loop for another turn (the default posts to the loop in force).
+  using Post = std::function<void(std::function<void()>)>;
+  // A restore reads the whole chain before it changes it (60-100 ms at
+  // 10,000 rules, whatever its own size), so steps stay large.
+  static constexpr std::size_t kStepLines = 500;
+  static constexpr double kBudget = 0.04;  // seconds of applying per call
+
   // Without `restore`, restores go through the runner.
-  BatchApplier(Runner& runner, KnownAbsent& absent, Restore restore = nullptr);
+  BatchApplier(Runner& runner, KnownAbsent& absent, Restore restore = nullptr,
+               double budget = kBudget, Post post = nullptr);
   // Takes a line with a report for later (returns 0); runs one without.
   int lineIs(const std::string& line, FailureReport report) override;
   void doApplyPending() override;
+  void doApplyAll() override;
 
  private:
   struct Entry {
@@ -58,14 +77,18 @@ class BatchApplier : public Acl::CommandApplier {
   using GroupKey = std::tuple<std::string, std::string, std::string>;
 
   Group& groupFor(const std::string& ns, const std::string& tool, const std::string& table);
+  void doApply(bool bounded);
   void doApplyGroup(Group& group);
-  void doApplyEach(Group& group);
 
   Runner& runner_;
   KnownAbsent& absent_;
   Restore restore_;
-  std::vector<Group> groups_;
+  double budget_;
+  Post post_;
+  bool posted_ = false;
+  std::vector<Group> groups_;  // taking lines
   std::map<GroupKey, std::size_t> groupIndex_;
+  std::deque<Group> taken_;  // being applied
 };
 
 }  // namespace Agent

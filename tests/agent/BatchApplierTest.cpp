@@ -108,14 +108,45 @@ TEST_F(BatchApplierTest, FailedRestoreIsAppliedLineByLineAndReportsOnlyTheFailur
   queue(bad);
   queue(absentDelete);
   queue(absentDelete);
-  applier->doApplyPending();
+  applier->doApplyAll();
   EXPECT_EQ(FakeSystem::commands(),
             (std::vector<std::string>{good, bad, absentDelete, absentDelete}));
   EXPECT_EQ(reported, (std::vector<std::string>{bad, absentDelete}));
   EXPECT_EQ(stats.perTool().at("iptables").failed, 3u);
   // Applied once: nothing is left for the next turn.
-  applier->doApplyPending();
+  applier->doApplyAll();
   EXPECT_EQ(FakeSystem::commands().size(), 4u);
+}
+
+// Lines start in the next turn; with no time to spare, each call then
+// applies one step (a restore, or one line by itself), in order, and posts
+// one turn while anything is left.
+TEST_F(BatchApplierTest, AppliesOneStepPerCallWhenOutOfTime) {
+  std::vector<std::function<void()>> posted;
+  applier = new Agent::BatchApplier(
+      runner, absent,
+      [this](const Dravo::NamespaceName&, const std::vector<std::string>&, const std::string&) {
+        order.push_back("RESTORE");
+        return 0;
+      },
+      0, [&posted](std::function<void()> cb) { posted.push_back(std::move(cb)); });
+  FakeSystem::resultIs([this](const std::string& line) {
+    order.push_back(line);
+    return 0;
+  });
+  const std::string arpX = "arptables -A OUT -d 10.0.0.0/24 -o v1 --mangle-ip-s 10.0.0.1";
+  const std::string arpY = "arptables -A OUT -d 10.0.0.0/24 -o v1 --mangle-ip-s 10.0.0.2";
+  queue("iptables -t mangle -A " + kRule);
+  queue(arpX);
+  queue(arpY);
+  const std::vector<std::vector<std::string>> after = {
+      {}, {"RESTORE"}, {"RESTORE", arpX}, {"RESTORE", arpX, arpY}};
+  for (const auto& expected : after) {
+    applier->doApplyPending();
+    EXPECT_EQ(order, expected);
+    EXPECT_EQ(posted.size(), expected.size() < 3 ? 1u : 0u);
+    if (!posted.empty()) std::exchange(posted, {}).front()();
+  }
 }
 
 }  // namespace

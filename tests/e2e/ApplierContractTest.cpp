@@ -78,7 +78,7 @@ Shown slice(bool batch) {
   dropArptablesRule(red, subnet, Dravo::IpGenAddr("10.0.9.1"), "vlan10", mac);
   addIptablesRules(gone, Dravo::IpAddr("10.0.0.2"), "vlan10");
   addIp6tablesRules(red, Dravo::Ip6Addr("2001:db8::3"), "vlan10");
-  applier->doApplyPending();
+  applier->doApplyAll();
   commandApplierIs(nullptr);
   __real_system("ip netns del ns-red");
   Shown s{traces.at(6), traces.at(0)};
