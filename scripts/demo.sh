@@ -92,7 +92,9 @@ tcp() {
     echo dropped
   fi
 }
-pinged() { ip netns exec "$1" ping -c 1 -W 2 -q "$2" >/dev/null 2>&1 && echo answered || echo lost; }
+# Two tries: the first may go while the neighbour entries are still being
+# learnt (the switch's own requests carry the virtual router's sender).
+pinged() { ip netns exec "$1" ping -c 2 -i 0.3 -W 2 -q "$2" >/dev/null 2>&1 && echo answered || echo lost; }
 
 traffic() {
   local ns="$1" dev="$2" nb="nb-$2" vip="${vips[$2]%% *}" mac sender verdict
