@@ -94,6 +94,9 @@ moved() {
 eventually moved || fail "rules not where the new document puts them: $(rules ns-red; rules ns-blue;
   cat "$FHRP_ARPTABLES_LOG")"
 grep "%FHRP_" "$work/err" && fail "the plug-in logged failures"
+"$agent" metrics >"$work/metrics"
+grep -Eqx "acl_agent_reloads_refused_total [1-9]" "$work/metrics" &&
+  grep -Eqx "acl_agent_reloads_applied_total [1-9]" "$work/metrics" || fail "reloads counted wrong: $(grep reloads "$work/metrics")"
 
 # A configuration tool replaces the state file's folder: the watch follows
 # the folder by its path and the new folder's document is published.
