@@ -25,10 +25,6 @@ expect() {
 
 printf '{\n  "vrfs": {,}\n}\n' >"$work/syntax.json"
 expect 1 "acl-agent: $work/syntax.json: line 2, column 12: syntax error" --state "$work/syntax.json"
-sed 's/"interfaces": \["Vlan20"\]/"interfaces": ["Vlan99"]/' "$root/examples/state.json" \
-  >"$work/intf.json"
-expect 1 "acl-agent: $work/intf.json: /virtualIps/3/interfaces/0: unknown interface \"Vlan99\"" \
-  --state "$work/intf.json"
 expect 1 "acl-agent: $work/missing.json: cannot read: No such file or directory" \
   --state "$work/missing.json"
 expect 2 "acl-agent: --trace VirtualIpArpMangleSm/9" --trace VirtualIpArpMangleSm/9
