@@ -92,6 +92,10 @@ TEST_F(PluginTest, FailedMountsStillMakeAStateMachineWithNullInputs) {
   EXPECT_TRUE(sm->virtualIpStatus() == vip && sm->allIntfStatusDir() == allIntf);
   EXPECT_FALSE(sm->virtualIp6Status() || sm->virtualRouterMacStatus());
   EXPECT_EQ(sm->allVrfStatusLocal(), allVrf);  // found at its cell path
+  // Teardown turns the state machine off.
+  ASSERT_TRUE(sm->hasNotificationActive());
+  plugin = nullptr;
+  EXPECT_FALSE(sm->hasNotificationActive());
 }
 
 TEST_F(PluginTest, SameInputsKeepTheStateMachineAnotherInputReplacesIt) {
@@ -132,15 +136,6 @@ TEST_F(PluginTest, SameInputsKeepTheStateMachineAnotherInputReplacesIt) {
     plugin->contextIs(c);
   EXPECT_EQ(observer.contexts, 1);
   observer.notifierIs(nullptr);
-}
-
-TEST_F(PluginTest, TeardownTurnsItsStateMachineOff) {
-  Kiv::Ptr<VirtualIpArpTablesPlugin> plugin = initPlugin();
-  loop.runUntilIdle();
-  Kiv::Ptr<VirtualIpArpTablesSm> sm = plugin->virtualIpArpTablesSm();
-  ASSERT_TRUE(sm && sm->hasNotificationActive());
-  plugin = nullptr;
-  EXPECT_FALSE(sm->hasNotificationActive());
 }
 
 }  // namespace

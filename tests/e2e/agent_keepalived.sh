@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# A VRRP daemon drives the agent: two routers (r1, r2) and a host (h) on one
+# A VRRP daemon drives the agent: two routers (r1, r2) on one
 # link (a bridge in the namespace br); each router runs its own redis-server,
 # acl-agent and keepalived with the example configuration and notify hook
-# (priorities 150 and 100). The master's agent protects the virtual IP (ping
-# answered, TCP dropped) while the backup holds no rule; when keepalived stops
-# on the master, the other router takes the virtual IP and its rules.
+# (priorities 150 and 100). The master's agent holds the virtual IP's rules
+# (what they do to packets is TrafficTest's) while the backup holds none;
+# when keepalived stops on the master, the other router takes them.
 set -uo pipefail
 # shellcheck source=tests/e2e/agent_common.sh
 source "$(dirname "$0")/agent_common.sh" "$@"
@@ -17,7 +17,7 @@ vip=10.0.10.1
 ip netns add br
 ip -n br link add br0 type bridge
 ip -n br link set br0 up
-for n in r1:10.0.10.2:vlan10 r2:10.0.10.3:vlan10 h:10.0.10.100:eth0; do
+for n in r1:10.0.10.2:vlan10 r2:10.0.10.3:vlan10; do
   IFS=: read -r ns addr dev <<<"$n"
   [ -e "/run/netns/$ns" ] || ip netns add "$ns"
   ip -n br link add "p-$ns" type veth peer name "$dev" netns "$ns"
@@ -31,12 +31,6 @@ done
 rules_in() { ip netns exec "$1" iptables -t mangle -S PREROUTING | grep -c "$vip/32.*KESTEL"; }
 holds() { [ "$(rules_in "$1")" = 2 ]; }
 holds_none() { [ "$(rules_in "$1")" = 0 ]; }
-ping_answered() { ip netns exec h ping -c 1 -W 1 "$vip" >/dev/null; }
-# Nothing listens on the routers: a refused connection reached the stack, a timeout was dropped.
-tcp_dropped() {
-  ip netns exec h timeout 2 bash -c "</dev/tcp/$vip/7000" 2>/dev/null
-  [ $? = 124 ]
-}
 
 declare -A keepalived_pid
 for r in r1:150 r2:100; do
@@ -63,12 +57,8 @@ done
 
 eventually holds r1 || fail "the master's agent never installed the rules: $(cat "$work/r1/keepalived.log")"
 holds_none r2 || fail "the backup holds rules"
-eventually ping_answered || fail "ping to the virtual IP not answered"
-tcp_dropped || fail "TCP to the virtual IP not dropped"
 
 kill -TERM "${keepalived_pid[r1]}"
 eventually holds r2 || fail "the backup never took over: $(cat "$work/r2/keepalived.log")"
 eventually holds_none r1 || fail "the old master kept its rules"
-eventually ping_answered || fail "ping to the virtual IP not answered after the failover"
-tcp_dropped || fail "TCP to the virtual IP not dropped after the failover"
 echo PASS

@@ -25,10 +25,6 @@ expect() {
 
 printf '{\n  "vrfs": {,}\n}\n' >"$work/syntax.json"
 expect 1 "acl-agent: $work/syntax.json: line 2, column 12: syntax error" --state "$work/syntax.json"
-sed 's/"interfaces": \["Vlan20"\]/"interfaces": ["Vlan99"]/' "$root/examples/state.json" \
-  >"$work/intf.json"
-expect 1 "acl-agent: $work/intf.json: /virtualIps/3/interfaces/0: unknown interface \"Vlan99\"" \
-  --state "$work/intf.json"
 expect 1 "acl-agent: $work/missing.json: cannot read: No such file or directory" \
   --state "$work/missing.json"
 expect 2 "acl-agent: --trace VirtualIpArpMangleSm/9" --trace VirtualIpArpMangleSm/9
@@ -94,6 +90,9 @@ moved() {
 eventually moved || fail "rules not where the new document puts them: $(rules ns-red; rules ns-blue;
   cat "$FHRP_ARPTABLES_LOG")"
 grep "%FHRP_" "$work/err" && fail "the plug-in logged failures"
+"$agent" metrics >"$work/metrics"
+grep -Eqx "acl_agent_reloads_refused_total [1-9]" "$work/metrics" &&
+  grep -Eqx "acl_agent_reloads_applied_total [1-9]" "$work/metrics" || fail "reloads counted wrong: $(grep reloads "$work/metrics")"
 
 # A configuration tool replaces the state file's folder: the watch follows
 # the folder by its path and the new folder's document is published.

@@ -32,20 +32,17 @@ eventually eval '! has default 10.0.10.2' || fail "a deleted row's rules stayed"
 eventually eval 'test "$(rcli db EXISTS "ACL_AGENT_VIP_STATE|default|10.0.10.2/24|Vlan10")" = 0' ||
   fail "a deleted row's state row stayed"
 
-# Bad rows beside a good one: 64 KiB of junk, a control character, a shell word.
+# Bad rows beside a good one: 64 KiB of junk (shown cut short), a shell word.
 junk="$(head -c 65536 /dev/zero | tr '\0' x)"
 rcli db HSET "VIRTUAL_IP|red|$junk|Vlan20" NULL NULL >/dev/null
-rcli db HSET $'INTERFACE|Vlan\x01' device v1 >/dev/null
 rcli db HSET 'INTERFACE|Vlan40' device 'v40;reboot' >/dev/null
 rcli db HSET 'VIRTUAL_IP|red|10.0.20.9/24|Vlan20' NULL NULL >/dev/null
 eventually has ns-red 10.0.20.9 || fail "a good row beside bad ones was not applied"
 wait_for "$work/err" 'refused VIRTUAL_IP|red|xxxxxxxx.*\.\.\.: "xxxx.*"\.\.\. is too long for an address$'
-wait_for "$work/err" 'refused INTERFACE|Vlan\\u0001: interface id "Vlan\\u0001" holds a control character$'
 wait_for "$work/err" 'refused INTERFACE|Vlan40: field device: device name "v40;reboot" may hold only'
 rcli db HSET 'VIRTUAL_IP|default|10.0.10.2/24|Vlan10' NULL NULL >/dev/null
 eventually has default 10.0.10.2 || fail "a row written after bad ones was not applied"
 [ "$(grep -c 'refused INTERFACE|Vlan40' "$work/err")" = 1 ] || fail "a refusal was logged twice"
-[ "$(awk 'length > 2048' "$work/err" | wc -l)" = 0 ] || fail "an unbounded log line"
 status_has '"ready":true' || fail "status does not show the source ready"
 "$agent" metrics | grep -x 'acl_agent_redis_ready 1' >/dev/null || fail "metrics do not show the source ready"
 "$agent" status | grep -q "refused INTERFACE|Vlan40: field device" || fail "status lacks the refusal"

@@ -1,4 +1,5 @@
-// Strings written as nlohmann's dump() writes them once made valid UTF-8;
+// Strings written as nlohmann's dump() writes them once made valid UTF-8
+// (each byte outside a well-formed sequence becomes \xHH);
 // members written ahead of time go in at their name's place.
 #include "agent/control/JsonText.h"
 
@@ -24,6 +25,10 @@ TEST(JsonTextTest, EscapesStringsAsDumpDoesAfterMakingThemValidUtf8) {
        "b",
        R"("a\\xC0b")"},
       {"a truncated sequence, then a quote", "\xE2\x82\"", R"("\\xE2\\x82\"")"},
+      {"U+10FFFF, then past it", "\xF4\x8F\xBF\xBF\xF4\x90\x80\x80",
+       "\"\xF4\x8F\xBF\xBF\\\\xF4\\\\x90\\\\x80\\\\x80\""},
+      {"four bytes, overlong, a surrogate, 0xF5", "\xF0\x9D\x84\x9E\xE0\x80\xAF\xED\xA0\x80\xF5",
+       "\"\xF0\x9D\x84\x9E\\\\xE0\\\\x80\\\\xAF\\\\xED\\\\xA0\\\\x80\\\\xF5\""},
   };
   for (const Row& r : rows) {
     std::string text;

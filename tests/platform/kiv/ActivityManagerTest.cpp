@@ -58,29 +58,6 @@ TEST(ActivityManager, PostedWorkRunsOnALaterTurn) {
 
 namespace {
 
-TEST(ActivityManager, CallsReadAndWriteHooksOfADescriptor) {
-  ManualLoop loop(100.0);
-  Kiv::ActivityManager& am = loop.loop();
-  int p[2];
-  ASSERT_EQ(::pipe(p), 0);
-  Fired fired;
-  am.fdIs(p[0], [&] {
-    char c;
-    fired.push_back(::read(p[0], &c, 1) == 1 ? std::string("read ") + c : "read nothing");
-  });
-  am.fdWriteIs(p[1], [&] {
-    fired.push_back("writable");
-    am.fdWriteDel(p[1]);  // as a client does once its output is sent
-    EXPECT_EQ(::write(p[1], "x", 1), 1);
-  });
-  EXPECT_TRUE(am.idle()) << "descriptors never keep the loop busy";
-  loop.runUntilIdle();
-  EXPECT_EQ(fired, (Fired{"writable", "read x"}));
-  am.fdDel(p[0]);
-  ::close(p[0]);
-  ::close(p[1]);
-}
-
 TEST(ActivityManager, ACallbacksExceptionGoesToTheHandlerAndTheLoopGoesOn) {
   ManualLoop loop(100.0);
   Kiv::ActivityManager& am = loop.loop();
