@@ -20,6 +20,10 @@ namespace {
 long allocationsBeforeFailure = -1;  // -1: never fail
 }  // namespace
 
+// GCC 12 at -O2 sees free() on what this operator new returned and warns,
+// though both sides of the pair are replaced here.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 void* operator new(std::size_t n) {
   if (allocationsBeforeFailure >= 0 && allocationsBeforeFailure-- == 0) throw std::bad_alloc();
   if (void* p = std::malloc(n ? n : 1)) return p;
@@ -31,6 +35,7 @@ void operator delete(void* p) noexcept {
 void operator delete(void* p, std::size_t) noexcept {
   std::free(p);
 }
+#pragma GCC diagnostic pop
 
 namespace {
 
