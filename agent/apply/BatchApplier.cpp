@@ -7,7 +7,6 @@
 #include "agent/apply/Appliers.h"
 #include "agent/apply/CommandLine.h"
 #include "agent/apply/RestoreInput.h"
-#include "platform/kiv/ActivityManager.h"
 #include "platform/kiv/Trace.h"
 
 namespace Agent {
@@ -36,8 +35,7 @@ BatchApplier::BatchApplier(Runner& runner, KnownAbsent& absent, Restore restore,
       absent_(absent),
       restore_(std::move(restore)),
       budget_(budget),
-      post_(std::move(post)) {
-  if (!post_) post_ = [](std::function<void()> cb) { Kiv::activityManager()->post(std::move(cb)); };
+      nextTurn_(std::move(post)) {
   if (!restore_)
     restore_ = [this](const Dravo::NamespaceName& ns, const std::vector<std::string>& argv,
                       const std::string& input) { return runner_.commandIs(ns, argv, input); };
@@ -108,10 +106,7 @@ void BatchApplier::doApply(bool bounded) {
   }
   if (alone > 0)
     BATCH_TRACE(5, "Applied " << alone << " lines one by one in " << msSince(start) << " ms");
-  if ((taken_.empty() && groups_.empty()) || posted_) return;
-  posted_ = true;
-  // The callback itself does nothing: the host's hook after it applies the next steps.
-  post_([this, self = Kiv::Ptr<BatchApplier>(this)] { posted_ = false; });
+  if (!taken_.empty() || !groups_.empty()) nextTurn_.ask();
 }
 
 void BatchApplier::doApplyGroup(Group& g) {

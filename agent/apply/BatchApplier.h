@@ -37,6 +37,7 @@
 #include <vector>
 
 #include "agent/apply/KnownAbsent.h"
+#include "agent/apply/NextTurn.h"
 #include "agent/apply/Runner.h"
 #include "platform/acl/CommandApplier.h"
 
@@ -50,7 +51,7 @@ class BatchApplier : public Acl::CommandApplier {
                         const std::string& input)>;
 
   // Asks the loop for another turn (the default posts to the loop in force).
-  using Post = std::function<void(std::function<void()>)>;
+  using Post = NextTurn::Post;
   // A restore reads the whole chain before it changes it (60-100 ms at
   // 10,000 rules, whatever its own size), so steps stay large.
   static constexpr std::size_t kStepLines = 500;
@@ -84,8 +85,7 @@ class BatchApplier : public Acl::CommandApplier {
   KnownAbsent& absent_;
   Restore restore_;
   double budget_;
-  Post post_;
-  bool posted_ = false;
+  NextTurn nextTurn_;
   std::vector<Group> groups_;  // taking lines
   std::map<GroupKey, std::size_t> groupIndex_;
   std::deque<Group> taken_;  // being applied

@@ -4,7 +4,6 @@
 
 #include "agent/apply/nft/NftTables.h"
 #include "platform/dravo/NamespaceExec.h"
-#include "platform/kiv/ActivityManager.h"
 #include "platform/kiv/Trace.h"
 
 namespace Agent::Nft {
@@ -29,9 +28,7 @@ std::string prefixOf(const std::string& ns) {
 }  // namespace
 
 NftApplier::NftApplier(ApplyStats& stats, KnownAbsent& absent, std::size_t chunk, Post post)
-    : stats_(stats), absent_(absent), chunk_(chunk ? chunk : 1), post_(std::move(post)) {
-  if (!post_) post_ = [](std::function<void()> cb) { Kiv::activityManager()->post(std::move(cb)); };
-}
+    : stats_(stats), absent_(absent), chunk_(chunk ? chunk : 1), nextTurn_(std::move(post)) {}
 
 int NftApplier::lineIs(const std::string& line, FailureReport report) {
   if (report) {
@@ -48,10 +45,7 @@ int NftApplier::lineIs(const std::string& line, FailureReport report) {
 
 void NftApplier::doApplyPending() {
   doApplyChunk(chunk_);
-  if (pending_.empty() || posted_) return;
-  posted_ = true;
-  // The callback itself does nothing: the host's hook after it applies the next chunk.
-  post_([this, self = Kiv::Ptr<NftApplier>(this)] { posted_ = false; });
+  if (!pending_.empty()) nextTurn_.ask();
 }
 
 void NftApplier::doApplyAll() {

@@ -54,6 +54,7 @@
 #include <vector>
 
 #include "agent/apply/KnownAbsent.h"
+#include "agent/apply/NextTurn.h"
 #include "agent/apply/Runner.h"
 #include "agent/apply/nft/NftContext.h"
 #include "agent/apply/nft/NftLine.h"
@@ -65,7 +66,7 @@ namespace Agent::Nft {
 class NftApplier : public Acl::CommandApplier {
  public:
   // Asks the loop for another turn (the default posts to the loop in force).
-  using Post = std::function<void(std::function<void()>)>;
+  using Post = NextTurn::Post;
   static constexpr std::size_t kChunk = 2000;
 
   NftApplier(ApplyStats& stats, KnownAbsent& absent, std::size_t chunk = kChunk,
@@ -112,8 +113,7 @@ class NftApplier : public Acl::CommandApplier {
   ApplyStats& stats_;
   KnownAbsent& absent_;
   std::size_t chunk_;
-  Post post_;
-  bool posted_ = false;
+  NextTurn nextTurn_;
   bool textOnly_ = false;  // elements through libnftables too
   std::deque<Entry> pending_;
   std::map<std::string, std::unique_ptr<Context>> contexts_;

@@ -151,13 +151,6 @@ void Script::arpRuleDel(std::uint64_t handle) {
                   std::to_string(handle) + "\n");
 }
 
-bool Script::empty() const {
-  if (!sets_.empty()) return false;
-  for (const std::string& c : body_)
-    if (!c.empty()) return false;
-  return true;
-}
-
 std::string Script::text(const std::set<Family>& ready) const {
   std::string ensured;
   for (Family f : touched_)

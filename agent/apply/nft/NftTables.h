@@ -56,7 +56,6 @@ class Script {
   void arpRuleDel(std::uint64_t handle);
   // Makes sure of the family's table (if not ready) without changing anything in it.
   void touch(Family f) { touched_.insert(f); }
-  bool empty() const;
   // The script; families in `ready` are taken as in place.
   std::string text(const std::set<Family>& ready = {}) const;
   const std::set<Family>& touched() const { return touched_; }
