@@ -108,8 +108,11 @@ traffic() {
   verdict="not rewritten"
   [ "${sender#* at }" != "$vmac" ] || verdict="rewritten to the virtual router"
   echo "   ARP request for ${nbr[$dev]}: sender ${sender:-(none seen)} ($verdict)"
-  ip -n "$nb" neigh flush all
+  # The switch's entry first: the neighbour's reply went to the virtual MAC,
+  # so the switch is still probing, and each probe would teach the neighbour
+  # that MAC again.
   in_ns "$ns" ip neigh flush dev "$dev"
+  ip -n "$nb" neigh flush all
   echo "   ping $vip: $(pinged "$nb" "$vip")"
   [ -z "${vip6[$dev]:-}" ] || echo "   ping ${vip6[$dev]}: $(pinged "$nb" "${vip6[$dev]}")"
   local counted answer
