@@ -118,9 +118,9 @@ void NftApplier::doApplyRange(Context& ctx, std::vector<Entry*>& es, std::size_t
   while (b < e) {
     const bool direct = !textOnly_ && ctx.netlink();
     const Plan p = plan(ctx, es, b, e, direct);
-    const int status = doTransaction(ctx, p.script);
-    if (status == 0 && direct && !p.elements.empty()) {
-      doElements(ctx, p.elements);
+    const int status = direct ? doTables(ctx, p) : doTransaction(ctx, p.script);
+    if (status == 0 && !p.steps.empty()) {
+      doSteps(ctx, p.steps);
     } else if (status != 0 && p.end - b == 1) {
       es[b]->status = kFailed;
     } else if (status != 0) {
@@ -135,7 +135,7 @@ void NftApplier::doApplyRange(Context& ctx, std::vector<Entry*>& es, std::size_t
 
 NftApplier::Plan NftApplier::plan(Context& ctx, std::vector<Entry*>& es, std::size_t b,
                                   std::size_t e, bool direct) {
-  Plan p{e, Script(), {}};
+  Plan p{e, Script(), {}, std::nullopt};
   Script& s = p.script;
   std::optional<ArpListing> listed;
   std::vector<std::uint64_t> deleted;                    // handles this script deletes
@@ -151,19 +151,21 @@ NftApplier::Plan NftApplier::plan(Context& ctx, std::vector<Entry*>& es, std::si
     if (c.op == Op::flush) {
       p.end = i > b ? i : i + 1;
       if (i == b) s.flushIs(c.family);
+      if (i == b) p.flush = c.family;
       return p;
     }
+    if (direct) s.touch(c.family);
     if (c.family != Family::arp) {
       if (direct)
-        s.touch(c.family);
+        p.steps.push_back({&en});
       else
         s.elementIs(c);
-      p.elements.push_back(&en);
       continue;
     }
     const std::string key = arpKey(c);
     if (c.op == Op::add) {
-      added[key].push_back(s.arpRuleIs(c));
+      if (direct) p.steps.push_back({&en});
+      added[key].push_back(direct ? p.steps.size() - 1 : s.arpRuleIs(c));
       continue;
     }
     if (!listed) listed = arpRulesIn(ctx, direct);
@@ -175,12 +177,18 @@ NftApplier::Plan NftApplier::plan(Context& ctx, std::vector<Entry*>& es, std::si
     }
     auto it = listed->handles.find(key);
     if (it != listed->handles.end()) {
-      s.arpRuleDel(it->second);
+      if (direct)
+        p.steps.push_back({&en, it->second});
+      else
+        s.arpRuleDel(it->second);
       deleted.push_back(it->second);
       listed->handles.erase(it);
     } else if (!added[key].empty()) {
       // The first rule of these four values is one this script adds: both go.
-      s.arpRuleCancel(added[key].front());
+      if (direct)
+        p.steps[added[key].front()].cancelled = true;
+      else
+        s.arpRuleCancel(added[key].front());
       added[key].pop_front();
     } else {
       en.status = kFailed;  // no such rule
@@ -220,6 +228,37 @@ int NftApplier::doTransaction(Context& ctx, const Script& script) {
   return status;
 }
 
+int NftApplier::doTables(Context& ctx, const Plan& p) {
+  std::set<Family> families = p.script.touched();
+  for (Family f : families) {
+    if (!p.flush && ctx.ready().count(int(f))) continue;
+    std::string why;
+    const NetlinkSocket::Outcome out = ctx.netlink()->make(f, p.flush.has_value(), why);
+    if (out == NetlinkSocket::Outcome::unknown) {
+      NFT_TRACE(6, "Tables not known to be made: " << why);
+      Script text;
+      if (p.flush)
+        text.flushIs(f);
+      else
+        text.touch(f);
+      ctx.ready().erase(int(f));
+      if (const int status = doTransaction(ctx, text); status != 0) return status;
+      continue;
+    }
+    const bool done = out == NetlinkSocket::Outcome::committed;
+    if (done)
+      ctx.ready().insert(int(f));
+    else
+      ctx.ready().erase(int(f));
+    stats_.ranIs(prefixOf(ctx.ns()) + "nft -f -", done ? 0 : kFailed);
+    if (!done) {
+      NFT_TRACE(6, "Transaction failed: " << why);
+      return kFailed;
+    }
+  }
+  return 0;
+}
+
 std::optional<std::vector<Change>> NftApplier::tablesOf(const std::string& ns) {
   std::string why;
   Context* ctx = context(ns, why);
@@ -236,42 +275,45 @@ std::optional<std::vector<Change>> NftApplier::tablesOf(const std::string& ns) {
   return out;
 }
 
-void NftApplier::doElements(Context& ctx, std::vector<Entry*> entries) {
+void NftApplier::doSteps(Context& ctx, std::vector<Step> steps) {
+  std::erase_if(steps, [](const Step& st) { return st.cancelled; });
   bool madeSure = false;
-  while (!entries.empty()) {
-    std::vector<const Change*> changes;
-    for (Entry* en : entries) changes.push_back(&*en->change);
+  while (!steps.empty()) {
+    std::vector<NetlinkSocket::Step> sent;
+    for (const Step& st : steps) sent.push_back({&*st.entry->change, st.handle});
     std::vector<std::size_t> refused;
     std::string why;
-    const NetlinkSocket::Outcome out = ctx.netlink()->run(changes, refused, why);
+    const NetlinkSocket::Outcome out = ctx.netlink()->run(sent, refused, why);
     stats_.ranIs(prefixOf(ctx.ns()) + "nft -f -",
                  out == NetlinkSocket::Outcome::committed ? 0 : kFailed);
     if (out == NetlinkSocket::Outcome::committed) return;
-    NFT_TRACE(6, "Element batch of " << changes.size() << " not applied: " << why);
+    NFT_TRACE(6, "Batch of " << sent.size() << " changes not applied: " << why);
     if (out == NetlinkSocket::Outcome::unknown) {
       // Nothing is known of it: the same lines through libnftables, halves and all.
+      std::vector<Entry*> entries;
+      for (const Step& st : steps) entries.push_back(st.entry);
       textOnly_ = true;
       doApplyRange(ctx, entries, 0, entries.size());
       textOnly_ = false;
       return;
     }
-    if (refused.size() == entries.size() && !madeSure) {
-      // A set someone removed refuses all: the tables are made sure of, once, and all go again.
+    if (refused.size() == steps.size() && !madeSure) {
+      // A table someone removed refuses all: the tables are made sure of, once, and all go again.
       madeSure = true;
-      Script ensure;
-      for (const Entry* en : entries) ensure.touch(en->change->family);
+      Plan ensure{0, Script(), {}, std::nullopt};
+      for (const Step& st : steps) ensure.script.touch(st.entry->change->family);
       ctx.ready().clear();
-      if (doTransaction(ctx, ensure) == 0) continue;
+      if (doTables(ctx, ensure) == 0) continue;
     }
-    std::vector<Entry*> rest;
-    for (std::size_t i = 0, r = 0; i < entries.size(); ++i)
+    std::vector<Step> rest;
+    for (std::size_t i = 0, r = 0; i < steps.size(); ++i)
       if (r < refused.size() && refused[r] == i) {
-        entries[i]->status = kFailed;
+        steps[i].entry->status = kFailed;
         ++r;
       } else {
-        rest.push_back(entries[i]);
+        rest.push_back(steps[i]);
       }
-    entries.swap(rest);
+    steps.swap(rest);
   }
 }
 

@@ -86,10 +86,18 @@ class NftApplier : public Acl::CommandApplier {
     FailureReport report;
     int status = 0;
   };
+  // A change sent over netlink; a cancelled one (an ARP add the same
+  // transaction deletes again) is not sent, and succeeds.
+  struct Step {
+    Entry* entry;
+    std::uint64_t handle = 0;  // an ARP delete's rule
+    bool cancelled = false;
+  };
   struct Plan {
-    std::size_t end;  // entries [begin, end) go in this transaction
-    Script script;
-    std::vector<Entry*> elements;  // the set element changes among them
+    std::size_t end;              // entries [begin, end) go in this transaction
+    Script script;                // with `direct`, only the tables to make sure of
+    std::vector<Step> steps;      // with `direct`: the changes
+    std::optional<Family> flush;  // a flush, alone
   };
 
   // The ARP rules by key, in chain order, with their handles: read by
@@ -104,10 +112,13 @@ class NftApplier : public Acl::CommandApplier {
   void doApply(std::vector<Entry>& chunk);
   void doApplyNamespace(const std::string& ns, std::vector<Entry*>& entries);
   void doApplyRange(Context& ctx, std::vector<Entry*>& es, std::size_t b, std::size_t e);
-  // With `direct`, set elements are left to doElements.
+  // With `direct`, the changes are left to doSteps, over netlink.
   Plan plan(Context& ctx, std::vector<Entry*>& es, std::size_t b, std::size_t e, bool direct);
   int doTransaction(Context& ctx, const Script& script);
-  void doElements(Context& ctx, std::vector<Entry*> entries);
+  // The tables of a plan over netlink: made sure of, or made empty for a
+  // flush; through libnftables when the outcome cannot be known.
+  int doTables(Context& ctx, const Plan& p);
+  void doSteps(Context& ctx, std::vector<Step> steps);
   Context* context(const std::string& ns, std::string& why);
 
   ApplyStats& stats_;

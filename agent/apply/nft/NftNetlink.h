@@ -3,11 +3,19 @@
 // evaluates and prints everything as text, which costs several times the
 // kernel's own work.
 //
-// Set element changes go as one nf_tables batch; an element's key is just
-// bytes (address . interface name). Each change is a message of its own:
-// the kernel goes on through a batch after an error, reports every message
-// it refused, and then commits nothing, so a failed batch names exactly the
+// The objects are the very ones the text of NftTables.h makes (nft lists
+// them the same way): libnftables would first read every table of the
+// namespace into caches that cost several times the kernel's own work.
+//
+// Set element changes and ARP rule changes go as one nf_tables batch; an
+// element's key is just bytes (address . interface name), an ARP rule is
+// deleted by its handle. Each change is a message of its own: the kernel
+// goes on through a batch after an error, reports every message it
+// refused, and then commits nothing, so a failed batch names exactly the
 // changes that fail.
+//
+// A family's table is made sure of (or, for a start-up flush, deleted and
+// made empty) in one batch of its own: table, sets, chain, fixed rules.
 //
 // The ARP rules are read back by the key in their comment (NftTables.h)
 // with their handles, without decoding or printing their expressions.
@@ -16,6 +24,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -25,6 +34,7 @@
 #include "agent/apply/nft/NftLine.h"
 
 struct mnl_socket;
+struct nftnl_batch;
 
 namespace Agent::Nft {
 
@@ -43,9 +53,20 @@ class NetlinkSocket {
     refused,    // nothing is: `refused` lists the changes the kernel refused
     unknown,    // nothing is known to be: no answer could be read
   };
-  // Sends the changes (ip and ip6 elements only) as one transaction.
-  Outcome run(const std::vector<const Change*>& changes, std::vector<std::size_t>& refused,
+  // One change: an element added or deleted, an ARP rule added, or the
+  // ARP rule of `handle` deleted.
+  struct Step {
+    const Change* change;
+    std::uint64_t handle = 0;
+  };
+  // Sends the changes as one transaction.
+  Outcome run(const std::vector<Step>& steps, std::vector<std::size_t>& refused,
               std::string& error);
+
+  // Makes sure of the agent's table of `family` (its fixed rules made
+  // again, its elements and ARP rules kept) or, with `empty`, makes it
+  // again empty; one transaction (`refused`: nothing changed).
+  Outcome make(Family family, bool empty, std::string& error);
 
   // The ARP rules of the agent's arp table, (comment, handle) in chain
   // order; nullopt when they cannot be read (no table, say).
@@ -53,6 +74,10 @@ class NetlinkSocket {
 
  private:
   explicit NetlinkSocket(mnl_socket* nl);
+  // Sends a finished batch and reads the answers to the messages in
+  // `bySeq` (sequence number -> index); the last one asks for an answer.
+  Outcome talk(nftnl_batch* batch, const std::map<unsigned, std::size_t>& bySeq, unsigned last,
+               std::vector<std::size_t>& refused, std::string& error);
   mnl_socket* nl_;
   unsigned portId_;
   unsigned seq_ = 1;
