@@ -80,6 +80,10 @@ TEST_F(NftApplierTest, AppliesAllButTheFailingLines) {
   EXPECT_EQ(tables(*applier, "default"),
             (std::vector<std::string>{"ip accept 10.0.0.1 v1", "ip drop 10.0.0.1 v1",
                                       "ip drop 10.0.0.3 v1"}));
+  // A slice that fails whole makes its tables sure again: their fixed rules stay two.
+  queue(rule("default", "-D", "10.0.0.9", true));
+  applier->doApplyAll();
+  EXPECT_EQ(std::system("[ $(nft list chain ip acl-agent prerouting | grep -c @) = 2 ]"), 0);
   for (const char* flush : {"iptables -t mangle -F PREROUTING", "arptables -F OUT"})
     EXPECT_EQ(applier->lineIs(flush, nullptr), 0) << flush;
   EXPECT_TRUE(tables(*applier, "default").empty());
