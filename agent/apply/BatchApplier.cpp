@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <chrono>
 #include <iterator>
+#include <memory>
 
 #include "agent/apply/Appliers.h"
 #include "agent/apply/CommandLine.h"
 #include "agent/apply/RestoreInput.h"
+#include "platform/kiv/ActivityManager.h"
 #include "platform/kiv/Trace.h"
 
 namespace Agent {
@@ -38,7 +40,17 @@ BatchApplier::BatchApplier(Runner& runner, KnownAbsent& absent, Restore restore,
       nextTurn_(std::move(post)) {
   if (!restore_)
     restore_ = [this](const Dravo::NamespaceName& ns, const std::vector<std::string>& argv,
-                      const std::string& input) { return runner_.commandIs(ns, argv, input); };
+                      const std::string& input) {
+      auto child = std::make_shared<Runner::Child>(runner_.commandStart(ns, argv, input));
+      return Started{child->fd, [this, child] { return runner_.commandFinish(*child); }};
+    };
+}
+
+BatchApplier::~BatchApplier() {
+  // Its reports are the plug-in's code, which may be gone: only waited for.
+  if (!inFlight_) return;
+  if (inFlight_->run.fd >= 0) Kiv::activityManager()->fdDel(inFlight_->run.fd);
+  inFlight_->run.finish();
 }
 
 int BatchApplier::lineIs(const std::string& line, FailureReport report) {
@@ -69,6 +81,10 @@ void BatchApplier::doApplyAll() {
 }
 
 void BatchApplier::doApply(bool bounded) {
+  if (inFlight_) {
+    if (bounded) return;  // its exit calls again
+    doFinish();
+  }
   using Clock = std::chrono::steady_clock;
   const Clock::time_point start = Clock::now();
   const Clock::time_point deadline = bounded ? start + std::chrono::duration_cast<Clock::duration>(
@@ -101,21 +117,38 @@ void BatchApplier::doApply(bool bounded) {
       if (doRunPluginLine(runner_, absent_, step.entries.front().line) != 0)
         step.entries.front().report();
     } else {
-      doApplyGroup(step);
+      doApplyGroup(step, !bounded);
+      if (inFlight_) break;
     }
   }
   if (alone > 0)
     BATCH_TRACE(5, "Applied " << alone << " lines one by one in " << msSince(start) << " ms");
-  if (!taken_.empty() || !groups_.empty()) nextTurn_.ask();
+  // A restore in flight calls again when it exits.
+  if (!inFlight_ && (!taken_.empty() || !groups_.empty())) nextTurn_.ask();
 }
 
-void BatchApplier::doApplyGroup(Group& g) {
+void BatchApplier::doApplyGroup(Group& g, bool wait) {
   const auto start = std::chrono::steady_clock::now();
   std::vector<std::string> rules;
   rules.reserve(g.entries.size());
   for (const Entry& e : g.entries) rules.push_back(e.rule);
-  const int status = restore_(Dravo::NamespaceName(g.ns), {g.tool + "-restore", "--noflush"},
-                              restoreInputOf(g.table, rules));
+  Started run = restore_(Dravo::NamespaceName(g.ns), {g.tool + "-restore", "--noflush"},
+                         restoreInputOf(g.table, rules));
+  if (wait || run.fd < 0) return doFinish(g, run.finish(), start);
+  const int fd = run.fd;
+  inFlight_ = InFlight{std::move(g), std::move(run), start};
+  Kiv::activityManager()->fdIs(
+      fd, [this] { doFinish(); }, Kiv::ActivityManager::Kind::work);
+}
+
+void BatchApplier::doFinish() {
+  InFlight f = std::move(*inFlight_);
+  inFlight_.reset();
+  Kiv::activityManager()->fdDel(f.run.fd);
+  doFinish(f.group, f.run.finish(), f.start);
+}
+
+void BatchApplier::doFinish(Group& g, int status, std::chrono::steady_clock::time_point start) {
   if (status == 0) {
     for (const Entry& e : g.entries) runner_.stats().ranIs(e.line, 0);
     BATCH_TRACE(5, "Applied " << g.entries.size() << " " << g.tool << " " << g.table
@@ -123,12 +156,13 @@ void BatchApplier::doApplyGroup(Group& g) {
                               << msSince(start) << " ms");
     return;
   }
-  // Nothing of the group took effect: each line again, failures reported.
-  for (Entry& e : g.entries)
-    if (doRunPluginLine(runner_, absent_, e.line) != 0) e.report();
+  // Nothing of the group took effect: each line again, first, as steps of
+  // their own, failures reported.
   BATCH_TRACE(5, "Restore of " << g.entries.size() << " " << g.tool << " " << g.table
-                               << " lines failed on namespace " << g.ns
-                               << "; applied them one by one in " << msSince(start) << " ms");
+                               << " lines failed on namespace " << g.ns << " after "
+                               << msSince(start) << " ms; applying them one by one");
+  g.table.clear();
+  taken_.push_front(std::move(g));
 }
 
 }  // namespace Agent

@@ -20,8 +20,13 @@
 // passed; the rest waits, in order, and the applier posts an empty callback
 // so that the host's after-callback hook calls again: a big slice never holds the loop
 // for long (a status request is answered in between), and the loop is not
-// idle until all of it is applied. doApplyAll (a flush, the drain before a
-// plug-in is unloaded, a read-back) applies everything at once.
+// idle until all of it is applied. A restore is not waited for: the loop
+// goes on while it runs (a restore into a chain of 10,000 rules takes
+// 60-100 ms whatever its size, as it reads the whole chain first), its exit
+// is a loop event (the child's descriptor, as work), and nothing else is
+// applied until it is done; the lines of a failed restore then run one by
+// one as steps. doApplyAll (a flush, the drain before a plug-in is
+// unloaded, a read-back) waits for it and applies everything at once.
 //
 // Counts (in the runner's ApplyStats): each restore under its own tool
 // (iptables-restore...), each line it applied under the line's tool; every
@@ -29,9 +34,11 @@
 // one line per applied group (size, time). Event-loop thread only.
 #pragma once
 
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -45,10 +52,16 @@ namespace Agent {
 
 class BatchApplier : public Acl::CommandApplier {
  public:
-  // Runs a restore (argv inside ns) with its input; a system()-style status.
+  // A restore started: `finish` waits for it and returns its system()-style
+  // status; `fd` becomes readable when it is done (-1: finish at once).
+  struct Started {
+    int fd = -1;
+    std::function<int()> finish;
+  };
+  // Starts a restore (argv inside ns) with its input.
   using Restore =
-      std::function<int(const Dravo::NamespaceName& ns, const std::vector<std::string>& argv,
-                        const std::string& input)>;
+      std::function<Started(const Dravo::NamespaceName& ns, const std::vector<std::string>& argv,
+                            const std::string& input)>;
 
   // Asks the loop for another turn (the default posts to the loop in force).
   using Post = NextTurn::Post;
@@ -60,6 +73,7 @@ class BatchApplier : public Acl::CommandApplier {
   // Without `restore`, restores go through the runner.
   BatchApplier(Runner& runner, KnownAbsent& absent, Restore restore = nullptr,
                double budget = kBudget, Post post = nullptr);
+  ~BatchApplier() override;
   // Takes a line with a report for later (returns 0); runs one without.
   int lineIs(const std::string& line, FailureReport report) override;
   void doApplyPending() override;
@@ -77,9 +91,19 @@ class BatchApplier : public Acl::CommandApplier {
   };
   using GroupKey = std::tuple<std::string, std::string, std::string>;
 
+  // A restore that runs while the loop goes on.
+  struct InFlight {
+    Group group;
+    Started run;
+    std::chrono::steady_clock::time_point start;
+  };
+
   Group& groupFor(const std::string& ns, const std::string& tool, const std::string& table);
   void doApply(bool bounded);
-  void doApplyGroup(Group& group);
+  // Starts the group's restore; finishes it at once unless `wait` is false.
+  void doApplyGroup(Group& group, bool wait);
+  void doFinish();
+  void doFinish(Group& group, int status, std::chrono::steady_clock::time_point start);
 
   Runner& runner_;
   KnownAbsent& absent_;
@@ -89,6 +113,7 @@ class BatchApplier : public Acl::CommandApplier {
   std::vector<Group> groups_;  // taking lines
   std::map<GroupKey, std::size_t> groupIndex_;
   std::deque<Group> taken_;  // being applied
+  std::optional<InFlight> inFlight_;
 };
 
 }  // namespace Agent

@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -153,6 +155,63 @@ int Runner::commandIs(const Dravo::NamespaceName& ns, const std::vector<std::str
   const int status = argv.empty() ? -1 : doSpawn(words, input, out);
   stats_.spentIs(secondsSince(start));
   stats_.ranIs(commandText(ns, argv), status);
+  return status;
+}
+
+Runner::Child Runner::commandStart(const Dravo::NamespaceName& ns,
+                                   const std::vector<std::string>& argv, const std::string& input) {
+  Child child;
+  child.text = commandText(ns, argv);
+  child.start = std::chrono::steady_clock::now();
+  if (argv.empty()) return child;
+  std::vector<std::string> words = Dravo::namespaceExecArgv(ns);
+  words.insert(words.end(), argv.begin(), argv.end());
+  // The input as a file in memory: the child reads it at its own pace.
+  const int in = ::memfd_create("acl-agent-input", MFD_CLOEXEC);
+  if (in < 0) return child;
+  for (std::size_t done = 0; done < input.size();) {
+    const ssize_t w = ::write(in, input.data() + done, input.size() - done);
+    if (w < 0 && errno == EINTR) continue;
+    if (w <= 0) {
+      ::close(in);
+      return child;
+    }
+    done += std::size_t(w);
+  }
+  ::lseek(in, 0, SEEK_SET);
+  posix_spawn_file_actions_t fa;
+  posix_spawn_file_actions_init(&fa);
+  posix_spawn_file_actions_adddup2(&fa, in, 0);
+  posix_spawn_file_actions_addopen(&fa, 1, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&fa, 2, "/dev/null", O_WRONLY, 0);
+  std::vector<char*> args;
+  for (const std::string& w : words) args.push_back(const_cast<char*>(w.c_str()));
+  args.push_back(nullptr);
+  pid_t pid = -1;
+  const int err = ::posix_spawnp(&pid, args[0], &fa, nullptr, args.data(), environ);
+  posix_spawn_file_actions_destroy(&fa);
+  ::close(in);
+  if (err != 0) return child;
+  child.pid = pid;
+  // Without a pidfd (an old kernel) commandFinish simply waits. A pidfd is
+  // closed on exec.
+  // (glibc 2.36's <sys/pidfd.h> lacks C linkage for C++: the system call itself.)
+  child.fd = int(::syscall(SYS_pidfd_open, pid, 0));
+  return child;
+}
+
+int Runner::commandFinish(Child& child) {
+  int status = -1;
+  if (child.pid > 0)
+    while (::waitpid(child.pid, &status, 0) < 0)
+      if (errno != EINTR) {
+        status = -1;
+        break;
+      }
+  if (child.fd >= 0) ::close(child.fd);
+  child.pid = child.fd = -1;
+  stats_.spentIs(secondsSince(child.start));
+  stats_.ranIs(child.text, status);
   return status;
 }
 

@@ -9,10 +9,15 @@
 //                its namespace by the one prefix rule as words. No word is
 //                ever interpreted, whatever a listing put in it.
 // Both block the loop until the command exits and count it, with the time
-// it took, in ApplyStats (which must outlive the runner). Event-loop thread
-// only; never throws.
+// it took, in ApplyStats (which must outlive the runner). A command of the
+// agent's may instead be started (commandStart) and finished later, when
+// its descriptor says that it has exited (commandFinish), so that the loop
+// goes on meanwhile. Event-loop thread only; never throws.
 #pragma once
 
+#include <sys/types.h>
+
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -34,6 +39,21 @@ class Runner {
   // system()-style wait status; -1 when it could not be started.
   int commandIs(const Dravo::NamespaceName& ns, const std::vector<std::string>& argv,
                 const std::string& input = {}, std::string* out = nullptr);
+
+  // A command started and not yet finished.
+  struct Child {
+    pid_t pid = -1;  // -1: it could not be started
+    int fd = -1;     // readable once it has exited; -1: none (finish waits)
+    std::string text;
+    std::chrono::steady_clock::time_point start;
+  };
+  // Starts argv inside `ns` as commandIs does (its output thrown away); the
+  // input is in memory, so nothing waits for the child to read it.
+  Child commandStart(const Dravo::NamespaceName& ns, const std::vector<std::string>& argv,
+                     const std::string& input);
+  // Waits for the child (at once once its descriptor is readable), counts it
+  // and returns its wait status as commandIs does.
+  int commandFinish(Child& child);
 
   ApplyStats& stats() { return stats_; }
 

@@ -37,11 +37,16 @@ double ActivityManager::nextTimerTime() const {
   return timers_.empty() ? std::numeric_limits<double>::infinity() : timers_.begin()->first.first;
 }
 
-void ActivityManager::fdIs(int fd, Callback cb) {
+void ActivityManager::fdIs(int fd, Callback cb, Kind kind) {
   fds_[fd] = std::move(cb);
+  if (kind == Kind::work)
+    workFds_.insert(fd);
+  else
+    workFds_.erase(fd);
 }
 void ActivityManager::fdDel(int fd) {
   fds_.erase(fd);
+  workFds_.erase(fd);
 }
 void ActivityManager::fdWriteIs(int fd, Callback cb) {
   writeFds_[fd] = std::move(cb);
@@ -54,6 +59,7 @@ void ActivityManager::post(Callback cb) {
 }
 
 void ActivityManager::doRun(Callback& cb) {
+  if (beforeCallback_) beforeCallback_();
   if (!callbackError_) {
     cb();
     if (afterCallback_) afterCallback_();

@@ -11,6 +11,7 @@
 #include <exception>
 #include <functional>
 #include <map>
+#include <set>
 
 #include "platform/kiv/Clock.h"
 #include "platform/kiv/Ptr.h"
@@ -39,8 +40,9 @@ class ActivityManager : public PtrInterface {
 
   // Calls cb whenever fd is readable (fdIs) or writable (fdWriteIs); one
   // callback of each kind per descriptor, a second call replaces it. An error
-  // or hang-up on fd calls both. A descriptor never keeps the loop from idling.
-  void fdIs(int fd, Callback cb);
+  // or hang-up on fd calls both. Only a readable descriptor set as work (a
+  // child whose exit is awaited, say) keeps the loop from idling.
+  void fdIs(int fd, Callback cb, Kind kind = Kind::background);
   void fdDel(int fd);
   void fdWriteIs(int fd, Callback cb);
   void fdWriteDel(int fd);
@@ -52,6 +54,8 @@ class ActivityManager : public PtrInterface {
   // descriptors): the end of one unit of work, e.g. to apply what it queued.
   // One hook; a second call replaces it, an empty one removes it.
   void afterCallbackIs(Callback cb) { afterCallback_ = std::move(cb); }
+  // Called before every callback the loop runs (to time each unit of work).
+  void beforeCallbackIs(Callback cb) { beforeCallback_ = std::move(cb); }
 
   // Where an exception that escapes a callback (or the after-callback hook)
   // goes. With a handler the loop hands it the exception and goes on with
@@ -70,8 +74,10 @@ class ActivityManager : public PtrInterface {
   void run();
   void stop() { stopped_ = true; }
   bool stopped() const { return stopped_; }
-  // No posted work and no work timer set.
-  bool idle() const { return posted_.empty() && timerWhen_.size() == backgroundTimers_; }
+  // No posted work, no work timer set, no work descriptor watched.
+  bool idle() const {
+    return posted_.empty() && timerWhen_.size() == backgroundTimers_ && workFds_.empty();
+  }
 
  private:
   std::size_t runReady(int pollMs);
@@ -84,9 +90,11 @@ class ActivityManager : public PtrInterface {
   std::map<TimerId, bool> background_;  // the background timers still set
   std::size_t backgroundTimers_ = 0;
   std::map<int, Callback> fds_;
+  std::set<int> workFds_;
   std::map<int, Callback> writeFds_;
   std::deque<Callback> posted_;
   Callback afterCallback_;
+  Callback beforeCallback_;
   ErrorHandler callbackError_;
   TimerId nextTimer_ = 1;
   bool stopped_ = false;

@@ -2,6 +2,8 @@
 // recording runner, kept in run order beside the lines as "RESTORE cmd\ninput".
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -9,6 +11,7 @@
 #include "agent/apply/BatchApplier.h"
 #include "agent/apply/RestoreInput.h"
 #include "tests/support/FakeSystem.h"
+#include "tests/support/ManualLoop.h"
 
 namespace {
 
@@ -58,7 +61,7 @@ class BatchApplierTest : public ::testing::Test {
       [this](const Dravo::NamespaceName& ns, const std::vector<std::string>& argv,
              const std::string& input) {
         order.push_back("RESTORE " + Agent::commandText(ns, argv) + "\n" + input);
-        return restoreStatus;
+        return Agent::BatchApplier::Started{-1, [this] { return restoreStatus; }};
       });
 };
 
@@ -127,7 +130,7 @@ TEST_F(BatchApplierTest, AppliesOneStepPerCallWhenOutOfTime) {
       runner, absent,
       [this](const Dravo::NamespaceName&, const std::vector<std::string>&, const std::string&) {
         order.push_back("RESTORE");
-        return 0;
+        return Agent::BatchApplier::Started{-1, [] { return 0; }};
       },
       0, [&posted](std::function<void()> cb) { posted.push_back(std::move(cb)); });
   FakeSystem::resultIs([this](const std::string& line) {
@@ -147,6 +150,52 @@ TEST_F(BatchApplierTest, AppliesOneStepPerCallWhenOutOfTime) {
     EXPECT_EQ(posted.size(), expected.size() < 3 ? 1u : 0u);
     if (!posted.empty()) std::exchange(posted, {}).front()();
   }
+}
+
+// A restore runs while the loop goes on: its exit is a loop event that keeps
+// the loop from idling, and nothing after it starts before it is finished;
+// a drain waits for it.
+TEST_F(BatchApplierTest, GoesOnWithTheLoopWhileARestoreRuns) {
+  ManualLoop loop;
+  int exited[2];
+  ASSERT_EQ(::pipe(exited), 0);
+  int finished = 0;
+  applier = new Agent::BatchApplier(
+      runner, absent,
+      [&](const Dravo::NamespaceName&, const std::vector<std::string>&, const std::string&) {
+        order.push_back("RESTORE");
+        return Agent::BatchApplier::Started{exited[0], [&finished] { return ++finished, 0; }};
+      },
+      1.0, [](std::function<void()>) {});
+  FakeSystem::resultIs([this](const std::string& line) {
+    order.push_back(line);
+    return 0;
+  });
+  const std::string arp = "arptables -A OUT -d 10.0.0.0/24 -o v1 --mangle-ip-s 10.0.0.1";
+  queue("iptables -t mangle -A " + kRule);
+  queue(arp);
+  applier->doApplyPending();  // the lines start in the next turn
+  applier->doApplyPending();
+  applier->doApplyPending();
+  EXPECT_EQ(order, std::vector<std::string>{"RESTORE"});
+  EXPECT_EQ(finished, 0);
+  EXPECT_FALSE(loop.loop().idle());
+  ASSERT_EQ(::write(exited[1], "x", 1), 1);
+  loop.runUntilIdle();
+  EXPECT_EQ(finished, 1);
+  EXPECT_TRUE(loop.loop().idle());
+  applier->doApplyPending();
+  EXPECT_EQ(order, (std::vector<std::string>{"RESTORE", arp}));
+
+  queue("iptables -t mangle -D " + kRule);
+  queue(arp);
+  applier->doApplyPending();
+  applier->doApplyPending();
+  applier->doApplyAll();
+  EXPECT_EQ(finished, 2);
+  EXPECT_EQ(order, (std::vector<std::string>{"RESTORE", arp, "RESTORE", arp}));
+  ::close(exited[0]);
+  ::close(exited[1]);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# --apply nft logs what --apply per-line logs, and verify tells the same
-# story of both: the agent runs once in each mode on the same documents (a
+# --apply nft and --apply batch log what --apply per-line logs, and verify
+# tells the same story of all: the agent runs once in each mode on the same documents (a
 # start, and a reload that adds, removes, re-masks and changes the MAC),
 # with one rule that the reload removes deleted by hand before it (its
 # removal fails: logged once) and a VRF whose namespace vanishes (its lines
@@ -55,6 +55,7 @@ run_mode() {
 }
 
 run_mode per-line
+run_mode batch
 # Someone else's tables and rules, there before the nft run starts.
 nft add table inet keep && nft add chain inet keep input '{ type filter hook input priority 0; }' &&
   nft add rule inet keep input counter && nft add table arp keep &&
@@ -65,6 +66,8 @@ run_mode nft
 
 [ "$(grep -c . "$work/logs.per-line")" = 1 ] && grep -q "remove.*10.0.10.2.*vlan10" \
   "$work/logs.per-line" || fail "per-line did not log the one failed removal: $(cat "$work/logs.per-line")"
+diff -u "$work/logs.per-line" "$work/logs.batch" || fail "batch logged otherwise than per-line"
+diff -u "$work/verify.per-line" "$work/verify.batch" || fail "verify differs after batch"
 diff -u "$work/logs.per-line" "$work/logs.nft" || fail "nft logged otherwise than per-line"
 diff -u "$work/verify.per-line" "$work/verify.nft" || fail "verify differs between the modes"
 # Listings are read whole first: grep -q would end them early (a failure under pipefail).
