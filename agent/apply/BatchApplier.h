@@ -68,7 +68,9 @@ class BatchApplier : public Acl::CommandApplier {
   // A restore reads the whole chain before it changes it (60-100 ms at
   // 10,000 rules, whatever its own size), so steps stay large.
   static constexpr std::size_t kStepLines = 500;
-  static constexpr double kBudget = 0.04;  // seconds of applying per call
+  // Seconds of applying per call: a line run by itself (arptables, say)
+  // takes 10-35 ms, which a call may overrun by one line.
+  static constexpr double kBudget = 0.02;
 
   // Without `restore`, restores go through the runner.
   BatchApplier(Runner& runner, KnownAbsent& absent, Restore restore = nullptr,
