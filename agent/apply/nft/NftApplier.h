@@ -1,19 +1,20 @@
 // --apply nft: the plug-in's lines become changes of the agent's own
-// nftables tables (NftTables.h), applied in process through libnftables,
-// one context per namespace (NftContext.h).
+// nftables tables (NftTables.h), applied in process, one netlink socket
+// and one libnftables context per namespace (NftContext.h).
 //
 // Lines with a report are taken for later. doApplyPending applies them in
-// order, at most `chunk` lines per call, as one transaction per namespace.
-// When a transaction fails (nothing of it took effect), its lines are
-// applied again in halves, down to single lines, in order, so exactly the
-// lines that fail on their own are reported, each once, with the plug-in's
-// own report. Set elements, the bulk of any slice, skip libnftables: after
-// the transaction of the rest (tables made sure of, ARP rules), they go to
-// the kernel as one batch of their own (NftNetlink.h), which names the
-// changes it refuses, so the rest is sent again without them; a line of another shape fails without
-// changing anything; a namespace that cannot be entered fails all its lines (the plug-in's report
-// probes the namespace itself). A failed line registered in KnownAbsent is
-// a success.
+// order, at most `chunk` lines per call, as one transaction per namespace,
+// over netlink (NftNetlink.h): the family tables made sure of first (each
+// a batch of its own), then every element and ARP rule change of the chunk
+// as one batch, which names the changes the kernel refuses, so the rest is
+// sent again without them and exactly the lines that fail are reported,
+// each once, with the plug-in's own report. When a batch's outcome cannot
+// be known, the same lines go through libnftables as text; a failed text
+// transaction (nothing of it took effect) is applied again in halves, down
+// to single lines. A line of another shape fails without changing
+// anything; a namespace that cannot be entered fails all its lines (the
+// plug-in's report probes the namespace itself). A failed line registered
+// in KnownAbsent is a success.
 //
 // Chunking. What is left after a call waits for the next one, and the
 // applier posts an empty callback to the loop so that the loop is not idle

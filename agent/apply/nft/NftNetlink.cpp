@@ -199,13 +199,12 @@ Rule fixedRule(Family f, bool icmp, const char* set, std::uint32_t setId, int ve
 // cannot be one (NftLine.h checks it before).
 Rule arpRule(const Change& c) {
   in_addr subnet{}, source{};
+  ether_addr hw{};
   const std::size_t slash = c.subnet.find('/');
-  const ether_addr* mac = ::ether_aton(c.mac.c_str());
-  if (slash == std::string::npos || !mac ||
+  if (slash == std::string::npos || !::ether_aton_r(c.mac.c_str(), &hw) ||
       ::inet_pton(AF_INET, c.subnet.substr(0, slash).c_str(), &subnet) != 1 ||
       ::inet_pton(AF_INET, c.address.c_str(), &source) != 1 || c.dev.size() >= IFNAMSIZ)
     return nullptr;
-  const ether_addr hw = *mac;
   const int len = std::atoi(c.subnet.c_str() + slash + 1);
   const std::uint32_t mask = htonl(len <= 0 ? 0 : len >= 32 ? ~0u : ~0u << (32 - len));
   subnet.s_addr &= mask;
