@@ -89,6 +89,27 @@ void doPump(int inFd, const std::string& input, int outFd, std::string* out) {
   if (outFd >= 0) ::close(outFd);
 }
 
+// Starts `words` (the first looked up on PATH) with `in` as its standard
+// input and `out` as its standard output (-1: thrown away), its standard
+// error thrown away; -1 when it cannot be started.
+pid_t doStart(const std::vector<std::string>& words, int in, int out) {
+  posix_spawn_file_actions_t fa;
+  posix_spawn_file_actions_init(&fa);
+  posix_spawn_file_actions_adddup2(&fa, in, 0);
+  if (out >= 0)
+    posix_spawn_file_actions_adddup2(&fa, out, 1);
+  else
+    posix_spawn_file_actions_addopen(&fa, 1, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&fa, 2, "/dev/null", O_WRONLY, 0);
+  std::vector<char*> argv;
+  for (const std::string& w : words) argv.push_back(const_cast<char*>(w.c_str()));
+  argv.push_back(nullptr);
+  pid_t pid = -1;
+  const int err = ::posix_spawnp(&pid, argv[0], &fa, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&fa);
+  return err == 0 ? pid : -1;
+}
+
 int doSpawn(const std::vector<std::string>& words, const std::string& input, std::string* out) {
   int inPipe[2] = {-1, -1}, outPipe[2] = {-1, -1};
   if (::pipe2(inPipe, O_CLOEXEC) != 0) return -1;
@@ -97,20 +118,10 @@ int doSpawn(const std::vector<std::string>& words, const std::string& input, std
     ::close(inPipe[1]);
     return -1;
   }
-  posix_spawn_file_actions_t fa;
-  posix_spawn_file_actions_init(&fa);
-  posix_spawn_file_actions_adddup2(&fa, inPipe[0], 0);
-  posix_spawn_file_actions_adddup2(&fa, outPipe[1], 1);
-  posix_spawn_file_actions_addopen(&fa, 2, "/dev/null", O_WRONLY, 0);
-  std::vector<char*> argv;
-  for (const std::string& w : words) argv.push_back(const_cast<char*>(w.c_str()));
-  argv.push_back(nullptr);
-  pid_t pid = -1;
-  const int err = ::posix_spawnp(&pid, argv[0], &fa, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&fa);
+  const pid_t pid = doStart(words, inPipe[0], outPipe[1]);
   ::close(inPipe[0]);
   ::close(outPipe[1]);
-  if (err != 0) {
+  if (pid < 0) {
     ::close(inPipe[1]);
     ::close(outPipe[0]);
     return -1;
@@ -179,19 +190,9 @@ Runner::Child Runner::commandStart(const Dravo::NamespaceName& ns,
     done += std::size_t(w);
   }
   ::lseek(in, 0, SEEK_SET);
-  posix_spawn_file_actions_t fa;
-  posix_spawn_file_actions_init(&fa);
-  posix_spawn_file_actions_adddup2(&fa, in, 0);
-  posix_spawn_file_actions_addopen(&fa, 1, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&fa, 2, "/dev/null", O_WRONLY, 0);
-  std::vector<char*> args;
-  for (const std::string& w : words) args.push_back(const_cast<char*>(w.c_str()));
-  args.push_back(nullptr);
-  pid_t pid = -1;
-  const int err = ::posix_spawnp(&pid, args[0], &fa, nullptr, args.data(), environ);
-  posix_spawn_file_actions_destroy(&fa);
+  const pid_t pid = doStart(words, in, -1);
   ::close(in);
-  if (err != 0) return child;
+  if (pid < 0) return child;
   child.pid = pid;
   // Without a pidfd (an old kernel) commandFinish simply waits. A pidfd is
   // closed on exec.
