@@ -89,6 +89,14 @@ void doPump(int inFd, const std::string& input, int outFd, std::string* out) {
   if (outFd >= 0) ::close(outFd);
 }
 
+// The command inside `ns`: the one prefix rule's words, then argv.
+std::vector<std::string> wordsOf(const Dravo::NamespaceName& ns,
+                                 const std::vector<std::string>& argv) {
+  std::vector<std::string> words = Dravo::namespaceExecArgv(ns);
+  words.insert(words.end(), argv.begin(), argv.end());
+  return words;
+}
+
 // Starts `words` (the first looked up on PATH) with `in` as its standard
 // input and `out` as its standard output (-1: thrown away), its standard
 // error thrown away; -1 when it cannot be started.
@@ -160,10 +168,8 @@ int Runner::shellLineIs(const std::string& line) {
 
 int Runner::commandIs(const Dravo::NamespaceName& ns, const std::vector<std::string>& argv,
                       const std::string& input, std::string* out) {
-  std::vector<std::string> words = Dravo::namespaceExecArgv(ns);
-  words.insert(words.end(), argv.begin(), argv.end());
   const auto start = std::chrono::steady_clock::now();
-  const int status = argv.empty() ? -1 : doSpawn(words, input, out);
+  const int status = argv.empty() ? -1 : doSpawn(wordsOf(ns, argv), input, out);
   stats_.spentIs(secondsSince(start));
   stats_.ranIs(commandText(ns, argv), status);
   return status;
@@ -175,8 +181,6 @@ Runner::Child Runner::commandStart(const Dravo::NamespaceName& ns,
   child.text = commandText(ns, argv);
   child.start = std::chrono::steady_clock::now();
   if (argv.empty()) return child;
-  std::vector<std::string> words = Dravo::namespaceExecArgv(ns);
-  words.insert(words.end(), argv.begin(), argv.end());
   // The input as a file in memory: the child reads it at its own pace.
   const int in = ::memfd_create("acl-agent-input", MFD_CLOEXEC);
   if (in < 0) return child;
@@ -190,13 +194,13 @@ Runner::Child Runner::commandStart(const Dravo::NamespaceName& ns,
     done += std::size_t(w);
   }
   ::lseek(in, 0, SEEK_SET);
-  const pid_t pid = doStart(words, in, -1);
+  const pid_t pid = doStart(wordsOf(ns, argv), in, -1);
   ::close(in);
   if (pid < 0) return child;
   child.pid = pid;
   // Without a pidfd (an old kernel) commandFinish simply waits. A pidfd is
-  // closed on exec.
-  // (glibc 2.36's <sys/pidfd.h> lacks C linkage for C++: the system call itself.)
+  // closed on exec. The system call itself: glibc 2.36's <sys/pidfd.h> lacks
+  // C linkage for C++.
   child.fd = int(::syscall(SYS_pidfd_open, pid, 0));
   return child;
 }

@@ -217,15 +217,19 @@ int NftApplier::doTransaction(Context& ctx, const Script& script) {
   const std::string text = script.text(ready);
   if (text.empty()) return 0;
   const int status = ctx.run(text);
+  doneIs(ctx, script.touched(), status == 0);
+  if (status != 0) NFT_TRACE(6, "Transaction failed: " << ctx.error());
+  return status;
+}
+
+void NftApplier::doneIs(Context& ctx, const std::set<Family>& families, bool committed) {
   // In place after a success; after a failure made sure of again.
-  for (Family f : script.touched())
-    if (status == 0)
+  for (Family f : families)
+    if (committed)
       ctx.ready().insert(int(f));
     else
       ctx.ready().erase(int(f));
-  stats_.ranIs(prefixOf(ctx.ns()) + "nft -f -", status == 0 ? 0 : kFailed);
-  if (status != 0) NFT_TRACE(6, "Transaction failed: " << ctx.error());
-  return status;
+  stats_.ranIs(prefixOf(ctx.ns()) + "nft -f -", committed ? 0 : kFailed);
 }
 
 int NftApplier::doTables(Context& ctx, const Plan& p) {
@@ -246,11 +250,7 @@ int NftApplier::doTables(Context& ctx, const Plan& p) {
       continue;
     }
     const bool done = out == NetlinkSocket::Outcome::committed;
-    if (done)
-      ctx.ready().insert(int(f));
-    else
-      ctx.ready().erase(int(f));
-    stats_.ranIs(prefixOf(ctx.ns()) + "nft -f -", done ? 0 : kFailed);
+    doneIs(ctx, {f}, done);
     if (!done) {
       NFT_TRACE(6, "Transaction failed: " << why);
       return kFailed;
@@ -284,8 +284,7 @@ void NftApplier::doSteps(Context& ctx, std::vector<Step> steps) {
     std::vector<std::size_t> refused;
     std::string why;
     const NetlinkSocket::Outcome out = ctx.netlink()->run(sent, refused, why);
-    stats_.ranIs(prefixOf(ctx.ns()) + "nft -f -",
-                 out == NetlinkSocket::Outcome::committed ? 0 : kFailed);
+    doneIs(ctx, {}, out == NetlinkSocket::Outcome::committed);
     if (out == NetlinkSocket::Outcome::committed) return;
     NFT_TRACE(6, "Batch of " << sent.size() << " changes not applied: " << why);
     if (out == NetlinkSocket::Outcome::unknown) {

@@ -51,6 +51,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -116,6 +117,8 @@ class NftApplier : public Acl::CommandApplier {
   // With `direct`, the changes are left to doSteps, over netlink.
   Plan plan(Context& ctx, std::vector<Entry*>& es, std::size_t b, std::size_t e, bool direct);
   int doTransaction(Context& ctx, const Script& script);
+  // A transaction done: its families known in place or not, counted under "nft".
+  void doneIs(Context& ctx, const std::set<Family>& families, bool committed);
   // The tables of a plan over netlink: made sure of, or made empty for a
   // flush; through libnftables when the outcome cannot be known.
   int doTables(Context& ctx, const Plan& p);
