@@ -45,6 +45,13 @@ TEST(RestoreInputTest, TakesRuleLinesOnly) {
 class BatchApplierTest : public ::testing::Test {
  protected:
   BatchApplierTest() { FakeSystem::reset(); }
+  // system() lines go into `order`, beside the restores, and succeed.
+  void recordLines() {
+    FakeSystem::resultIs([this](const std::string& line) {
+      order.push_back(line);
+      return 0;
+    });
+  }
   // Queues a rule line whose failure report names it.
   void queue(const std::string& line) {
     EXPECT_EQ(applier->lineIs(line, [this, line] { reported.push_back(line); }), 0);
@@ -56,6 +63,7 @@ class BatchApplierTest : public ::testing::Test {
   std::vector<std::string> order;  // restores and system() lines, as run
   int restoreStatus = 0;
   std::vector<std::string> reported;
+  const std::string arpX = "arptables -A OUT -d 10.0.0.0/24 -o v1 --mangle-ip-s 10.0.0.1";
   Kiv::Ptr<Agent::BatchApplier> applier = new Agent::BatchApplier(
       runner, absent,
       [this](const Dravo::NamespaceName& ns, const std::vector<std::string>& argv,
@@ -66,11 +74,7 @@ class BatchApplierTest : public ::testing::Test {
 };
 
 TEST_F(BatchApplierTest, GroupsInFirstLineOrderKeepsEveryLineAndFlushesLast) {
-  FakeSystem::resultIs([this](const std::string& line) {
-    order.push_back(line);
-    return 0;
-  });
-  const std::string arpX = "arptables -A OUT -d 10.0.0.0/24 -o v1 --mangle-ip-s 10.0.0.1";
+  recordLines();
   const std::string arpY = "arptables -A OUT -d 10.0.0.0/24 -o v1 --mangle-ip-s 10.0.0.2";
   queue("ip netns exec b iptables -t mangle -A " + kRule);
   queue(arpX);
@@ -133,11 +137,7 @@ TEST_F(BatchApplierTest, AppliesOneStepPerCallWhenOutOfTime) {
         return Agent::BatchApplier::Started{-1, [] { return 0; }};
       },
       0, [&posted](std::function<void()> cb) { posted.push_back(std::move(cb)); });
-  FakeSystem::resultIs([this](const std::string& line) {
-    order.push_back(line);
-    return 0;
-  });
-  const std::string arpX = "arptables -A OUT -d 10.0.0.0/24 -o v1 --mangle-ip-s 10.0.0.1";
+  recordLines();
   const std::string arpY = "arptables -A OUT -d 10.0.0.0/24 -o v1 --mangle-ip-s 10.0.0.2";
   queue("iptables -t mangle -A " + kRule);
   queue(arpX);
@@ -167,11 +167,8 @@ TEST_F(BatchApplierTest, GoesOnWithTheLoopWhileARestoreRuns) {
         return Agent::BatchApplier::Started{exited[0], [&finished] { return ++finished, 0; }};
       },
       1.0, [](std::function<void()>) {});
-  FakeSystem::resultIs([this](const std::string& line) {
-    order.push_back(line);
-    return 0;
-  });
-  const std::string arp = "arptables -A OUT -d 10.0.0.0/24 -o v1 --mangle-ip-s 10.0.0.1";
+  recordLines();
+  const std::string& arp = arpX;
   queue("iptables -t mangle -A " + kRule);
   queue(arp);
   applier->doApplyPending();  // the lines start in the next turn
