@@ -241,7 +241,8 @@ Rule readIptables(const std::vector<Word>& w, std::size_t from, bool v6) {
       r.slotIs(o, neg + value);
       ++i;
     } else if (o == "-p") {
-      if (!hasValue || !plainValue(w[i + 1])) r.broken = "bad protocol";
+      // A protocol is one bare word: its slot is written back unquoted.
+      if (!hasValue || w[i + 1].quoted || !plainValue(w[i + 1])) r.broken = "bad protocol";
       if (value != "all" || !neg.empty()) r.slotIs("-p", neg + value);
       ++i;
     } else if (o == "-f") {

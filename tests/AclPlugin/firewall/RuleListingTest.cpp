@@ -60,6 +60,7 @@ TEST(RuleListingTest, KeysWholeRulesAndNamesOnlyWhatIsSafe) {
       {"iptables", "-A PREROUTING -d 10.0.0.1/32 -i !x" + tag + " -j DROP", unsafe, ""},
       {"iptables", "-A PREROUTING -d 10.0.0.1/32 -i abcdefghijklmnop" + tag + " -j DROP", unsafe, ""},
       {"iptables", "-A PREROUTING -d 10.0.0.1/33" + tag + " -j DROP", unsafe, ""},
+      {"iptables", "-A PREROUTING -d 10.0.0.1/32 -p \"icmp x\"" + tag + " -j DROP", unsafe, ""},
       {"iptables", "-A PREROUTING -d 10.0.0.1/32 -i x\xc3\xa9" + tag + " -j DROP", unsafe, ""},
       {"iptables", "-A PREROUTING -d 10.0.0.1/32" + tag + " -j LOG --log-prefix \"a b\\\"\"", unsafe, ""},
       {"arptables", "-j mangle -o x:y -d 10.1.1.0/24 --mangle-ip-s 10.1.1.1 --mangle-mac-s 02:00:00:00:01:01", unsafe, ""},
